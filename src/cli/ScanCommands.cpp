@@ -1,0 +1,61 @@
+#include <ostream>
+
+#include "Cli.h"
+#include "Terminal.h"
+#include "scan/DiskScanner.h"
+#include "storage/ScanJson.h"
+
+namespace tarnbridge::cli {
+
+namespace {
+
+SizeMeasure measureOf(const Arguments& args)
+{
+    return args.has("logical") ? SizeMeasure::logical : SizeMeasure::allocated;
+}
+
+int scanCommand(const Arguments& args, Context& context)
+{
+    const std::size_t top = std::size_t(args.integer("top", 10, 0, 1000000));
+    const ScanResult scan = obtainScan(args, context, args.positionals.at(0));
+    if (const auto json = args.value("json"))
+        ScanJson::writeFile(scan, *json);
+    printSummary(scan, ScanData::rootId, measureOf(args), top, context.out);
+    return exitOk;
+}
+
+int showCommand(const Arguments& args, Context& context)
+{
+    const std::size_t top = std::size_t(args.integer("top", 10, 0, 1000000));
+    const ScanResult scan = ScanJson::readFile(args.positionals.at(0));
+    printSummary(scan, ScanData::rootId, measureOf(args), top, context.out);
+    return exitOk;
+}
+
+} // namespace
+
+std::vector<Command> scanCommands()
+{
+    return {
+        {{"scan",
+          "PATH [--logical] [--json FILE] [--top N] [--quiet]",
+          "Scan a folder or volume and show its totals and largest items.",
+          {{"logical", "", "Rank by logical size instead of size on disk."},
+           {"json", "FILE", "Also save the whole scan as a scan file."},
+           {"top", "N", "How many of the largest items to list (default 10)."},
+           {"quiet", "", "No progress line."}},
+          1,
+          1},
+         scanCommand},
+        {{"show",
+          "FILE [--logical] [--top N]",
+          "Show the totals and largest items of a saved scan file.",
+          {{"logical", "", "Rank by logical size instead of size on disk."},
+           {"top", "N", "How many of the largest items to list (default 10)."}},
+          1,
+          1},
+         showCommand},
+    };
+}
+
+} // namespace tarnbridge::cli

@@ -1,0 +1,32 @@
+#include "model/Errors.h"
+
+#include <cstring>
+
+namespace tarnbridge {
+
+namespace {
+// std::system_category's message() already is strerror(); this category only drops the
+// "what: " prefix that std::system_error adds, so what() is exactly the system's text.
+class PlainSystemCategory : public std::error_category {
+public:
+    const char* name() const noexcept override { return "system"; }
+    std::string message(int code) const override { return std::strerror(code); }
+};
+const PlainSystemCategory plainSystemCategory;
+} // namespace
+
+std::system_error systemError(int code)
+{
+    if (code <= 0)
+        code = EIO;
+    return std::system_error(code, plainSystemCategory);
+}
+
+std::string describeError(const std::exception& error)
+{
+    if (const auto* system = dynamic_cast<const std::system_error*>(&error))
+        return system->code().message();
+    return error.what();
+}
+
+} // namespace tarnbridge

@@ -1,0 +1,287 @@
+#include "model/ScanData.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "model/Errors.h"
+#include "model/PathText.h"
+
+namespace tarnbridge {
+
+namespace {
+// Folders with more children than this get a sorted index; smaller ones are scanned.
+constexpr std::uint32_t kIndexedFanout = 12;
+} // namespace
+
+FileIdentity NodeRecord::identity() const
+{
+    FileIdentity id;
+    id.device = device;
+    id.inode = inode;
+    id.size = statSize;
+    id.modifiedSeconds = modifiedSeconds;
+    id.modifiedNanos = modifiedNanos;
+    id.changedSeconds = changedSeconds;
+    id.changedNanos = changedNanos;
+    id.mode = mode;
+    id.linkCount = linkCount;
+    return id;
+}
+
+namespace {
+void setIdentity(NodeRecord& r, const FileIdentity& id)
+{
+    r.device = id.device;
+    r.inode = id.inode;
+    r.statSize = id.size;
+    r.modifiedSeconds = id.modifiedSeconds;
+    r.modifiedNanos = static_cast<std::int32_t>(id.modifiedNanos);
+    r.changedSeconds = id.changedSeconds;
+    r.changedNanos = static_cast<std::int32_t>(id.changedNanos);
+    r.mode = id.mode;
+    r.linkCount = id.linkCount;
+    r.flags = 0;
+    if (id.isDirectory())
+        r.flags |= NodeRecord::directory;
+    if (id.isSymbolicLink())
+        r.flags |= NodeRecord::symbolicLink;
+    if (id.isRegularFile())
+        r.flags |= NodeRecord::regularFile;
+}
+} // namespace
+
+NodeRecord NodeRecord::fromStat(const FileStat& stat, bool repeat)
+{
+    NodeRecord r;
+    setIdentity(r, stat.identity);
+    if (stat.cloudPlaceholder)
+        r.flags |= cloudPlaceholder;
+    r.createdSeconds = stat.createdSeconds;
+    r.accessedSeconds = stat.accessedSeconds;
+    if (!r.isDirectory()) {
+        r.logicalSize = std::max<std::int64_t>(stat.identity.size, 0);
+        r.allocatedSize = repeat ? 0 : std::max<std::int64_t>(stat.blocks, 0) * 512;
+        if (stat.compressed)
+            r.compressedSavings = std::max<std::int64_t>(0, r.logicalSize - r.allocatedSize);
+        r.fileCount = 1;
+    }
+    return r;
+}
+
+NodeRecord NodeRecord::fromNode(const DiskNode& node)
+{
+    NodeRecord r;
+    setIdentity(r, node.identity);
+    // The node's own flags win over its mode: a value record may say what its mode does not.
+    r.flags &= ~(directory | symbolicLink);
+    if (node.isDirectory)
+        r.flags |= directory;
+    if (node.isSymbolicLink)
+        r.flags |= symbolicLink;
+    if (node.isCloudPlaceholder)
+        r.flags |= cloudPlaceholder;
+    r.logicalSize = node.logicalSize;
+    r.allocatedSize = node.allocatedSize;
+    r.compressedSavings = node.compressedSavings;
+    r.fileCount = static_cast<std::uint32_t>(node.fileCount);
+    r.folderCount = static_cast<std::uint32_t>(node.folderCount);
+    r.createdSeconds = node.created;
+    r.accessedSeconds = node.accessed;
+    // `modified` is the identity's modification second by construction.
+    r.modifiedSeconds = node.modified;
+    return r;
+}
+
+std::uint32_t NameBuffer::append(std::string_view name)
+{
+    if (name.size() > 0xFFFF)
+        throw TarnbridgeError("A file name is longer than 65,535 bytes.");
+    const std::uint32_t within = used_ & (kChunk - 1);
+    if (chunks_.empty() || (within == 0 && (used_ >> kShift) == chunks_.size()) ||
+        within + name.size() > kChunk) {
+        if (!chunks_.empty() && within != 0)
+            used_ += kChunk - within; // start the next chunk
+        if (used_ > 0xFFFFFFFFu - kChunk)
+            throw TarnbridgeError("This scan holds more names than Tarnbridge can keep in memory.");
+        chunks_.push_back(std::make_unique_for_overwrite<char[]>(kChunk));
+    }
+    const std::uint32_t offset = used_;
+    std::memcpy(chunks_[offset >> kShift].get() + (offset & (kChunk - 1)), name.data(), name.size());
+    used_ += static_cast<std::uint32_t>(name.size());
+    return offset;
+}
+
+void ScanData::appendPath(NodeId id, std::string& out) const
+{
+    NodeId chain[256];
+    std::vector<NodeId> deep;
+    std::size_t count = 0;
+    for (NodeId at = id; at != rootId && at != kNoNode; at = records_[at].parent) {
+        if (count < 256)
+            chain[count++] = at;
+        else
+            deep.push_back(at);
+    }
+    out.append(rootPath);
+    auto add = [&](NodeId at) {
+        if (out.empty() || out.back() != '/')
+            out.push_back('/');
+        out.append(name(at));
+    };
+    for (auto it = deep.rbegin(); it != deep.rend(); ++it)
+        add(*it);
+    while (count > 0)
+        add(chain[--count]);
+}
+
+std::string ScanData::path(NodeId id) const
+{
+    std::string out;
+    appendPath(id, out);
+    return out;
+}
+
+std::uint32_t ScanData::depth(NodeId id) const
+{
+    std::uint32_t d = 0;
+    for (NodeId at = id; at != rootId && at != kNoNode; at = records_[at].parent)
+        ++d;
+    return d;
+}
+
+void ScanData::buildIndex() const
+{
+    byName_.assign(records_.size(), kNoNode);
+    for (NodeId folder = 0; folder < records_.size(); ++folder) {
+        const NodeRecord& r = records_[folder];
+        if (r.childCount <= kIndexedFanout)
+            continue;
+        auto begin = byName_.begin() + r.firstChild;
+        auto end = begin + r.childCount;
+        for (std::uint32_t i = 0; i < r.childCount; ++i)
+            begin[i] = r.firstChild + i;
+        std::sort(begin, end, [this](NodeId a, NodeId b) { return name(a) < name(b); });
+    }
+}
+
+NodeId ScanData::findChild(NodeId folder, std::string_view childName) const
+{
+    const NodeRecord& r = records_[folder];
+    if (r.childCount > kIndexedFanout && sealed_) {
+        std::call_once(indexOnce_, [this] { buildIndex(); });
+        auto begin = byName_.begin() + r.firstChild;
+        auto end = begin + r.childCount;
+        auto it = std::lower_bound(begin, end, childName,
+                                   [this](NodeId a, std::string_view n) { return name(a) < n; });
+        return (it != end && name(*it) == childName) ? *it : kNoNode;
+    }
+    for (std::uint32_t i = 0; i < r.childCount; ++i)
+        if (name(r.firstChild + i) == childName)
+            return r.firstChild + i;
+    return kNoNode;
+}
+
+NodeId ScanData::find(std::string_view path) const
+{
+    if (empty() || !PathText::contains(path, rootPath))
+        return kNoNode;
+    std::string_view rest = path.substr(rootPath.size());
+    if (!rest.empty() && rest.front() == '/')
+        rest.remove_prefix(1);
+    else if (!rest.empty() && rootPath != "/")
+        return kNoNode;
+    NodeId at = rootId;
+    while (!rest.empty()) {
+        const auto slash = rest.find('/');
+        const std::string_view part = rest.substr(0, slash);
+        if (part.empty())
+            return kNoNode;
+        at = findChild(at, part);
+        if (at == kNoNode)
+            return kNoNode;
+        if (slash == std::string_view::npos)
+            break;
+        rest.remove_prefix(slash + 1);
+        if (rest.empty())
+            return kNoNode; // a trailing slash is not a key
+    }
+    return at;
+}
+
+DiskNode ScanData::nodeWithoutChildren(NodeId id) const
+{
+    const NodeRecord& r = records_[id];
+    DiskNode n;
+    n.path = path(id);
+    if (r.parent != kNoNode)
+        n.parent = path(r.parent);
+    n.isDirectory = r.isDirectory();
+    n.isSymbolicLink = r.isSymbolicLink();
+    n.isCloudPlaceholder = r.isCloudPlaceholder();
+    n.logicalSize = r.logicalSize;
+    n.allocatedSize = r.allocatedSize;
+    n.ownLogicalSize = r.ownLogicalSize();
+    n.ownAllocatedSize = r.ownAllocatedSize();
+    n.compressedSavings = r.compressedSavings;
+    n.fileCount = r.fileCount;
+    n.folderCount = r.folderCount;
+    n.created = r.createdSeconds;
+    n.modified = r.modifiedSeconds;
+    n.accessed = r.accessedSeconds;
+    n.identity = r.identity();
+    return n;
+}
+
+DiskNode ScanData::node(NodeId id) const
+{
+    DiskNode n = nodeWithoutChildren(id);
+    const NodeRecord& r = records_[id];
+    n.children.reserve(r.childCount);
+    for (std::uint32_t i = 0; i < r.childCount; ++i)
+        n.children.push_back(PathText::join(n.path, name(r.firstChild + i)));
+    return n;
+}
+
+NodeId ScanData::addRoot(std::string root, NodeRecord record)
+{
+    if (!empty())
+        throw std::logic_error("ScanData::addRoot on a scan that has nodes");
+    rootPath = std::move(root);
+    record.parent = kNoNode;
+    record.firstChild = 0;
+    record.childCount = 0;
+    const std::string_view rootName = PathText::name(rootPath);
+    record.nameOffset = names_.append(rootName);
+    record.nameLength = static_cast<std::uint16_t>(rootName.size());
+    records_.push_back(record);
+    return rootId;
+}
+
+NodeId ScanData::append(NodeId parent, NodeRecord record, std::string_view childName)
+{
+    const NodeId id = static_cast<NodeId>(records_.size());
+    if (id == kNoNode)
+        throw TarnbridgeError("This scan holds more entries than Tarnbridge can keep in memory.");
+    NodeRecord& p = records_[parent];
+    if (p.childCount == 0)
+        p.firstChild = id;
+    else if (p.firstChild + p.childCount != id)
+        throw std::logic_error("ScanData::append: a folder's children must be contiguous");
+    ++p.childCount;
+    record.parent = parent;
+    record.firstChild = 0;
+    record.childCount = 0;
+    record.nameOffset = names_.append(childName);
+    record.nameLength = static_cast<std::uint16_t>(childName.size());
+    records_.push_back(record);
+    return id;
+}
+
+std::size_t ScanData::memoryBytes() const
+{
+    return records_.memoryBytes() + names_.memoryBytes() + byName_.capacity() * sizeof(NodeId);
+}
+
+} // namespace tarnbridge

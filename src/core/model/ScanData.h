@@ -1,0 +1,183 @@
+#pragma once
+
+#include <QUuid>
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "model/DiskNode.h"
+
+namespace tarnbridge {
+
+using NodeId = std::uint32_t;
+inline constexpr NodeId kNoNode = 0xFFFFFFFFu;
+
+// One entry of a scan in the arena. Everything but the full path: that is rebuilt from the
+// parent chain when asked for. Kept at 120 bytes; full-disk scans hold millions of these.
+struct NodeRecord {
+    enum Flag : std::uint8_t { directory = 1, symbolicLink = 2, cloudPlaceholder = 4, regularFile = 8 };
+
+    std::int64_t logicalSize = 0;
+    std::int64_t allocatedSize = 0;
+    std::int64_t compressedSavings = 0;
+    std::int64_t statSize = 0; // identity's size: a folder's own st_size too
+    std::int64_t modifiedSeconds = 0;
+    std::int64_t changedSeconds = 0;
+    std::int64_t createdSeconds = 0;
+    std::int64_t accessedSeconds = 0;
+    std::uint64_t inode = 0;
+    std::int32_t modifiedNanos = 0;
+    std::int32_t changedNanos = 0;
+    NodeId parent = kNoNode;
+    NodeId firstChild = 0;
+    std::uint32_t childCount = 0;
+    std::uint32_t fileCount = 0;
+    std::uint32_t folderCount = 0;
+    std::int32_t device = 0;
+    std::uint32_t nameOffset = 0;
+    std::uint16_t nameLength = 0;
+    std::uint16_t mode = 0;
+    std::uint16_t linkCount = 0;
+    std::uint8_t flags = 0;
+
+    bool isDirectory() const { return flags & directory; }
+    bool isSymbolicLink() const { return flags & symbolicLink; }
+    bool isRegularFile() const { return flags & regularFile; }
+    bool isCloudPlaceholder() const { return flags & cloudPlaceholder; }
+    std::int64_t bytes(SizeMeasure m) const
+    {
+        return m == SizeMeasure::logical ? logicalSize : allocatedSize;
+    }
+    std::int64_t ownLogicalSize() const { return isDirectory() ? 0 : logicalSize; }
+    std::int64_t ownAllocatedSize() const { return isDirectory() ? 0 : allocatedSize; }
+    FileIdentity identity() const;
+
+    // A record from a stat of the entry: own sizes for a non-folder, zeros for a folder.
+    // `repeat` marks a hard link met before: it adds no allocated bytes.
+    static NodeRecord fromStat(const FileStat& stat, bool repeat = false);
+    // The record's facts from a DiskNode value (tree links and name are not touched).
+    static NodeRecord fromNode(const DiskNode& node);
+
+    // Adds what `child` contributes to a folder's totals.
+    void addTotals(const NodeRecord& child)
+    {
+        logicalSize += child.logicalSize;
+        allocatedSize += child.allocatedSize;
+        compressedSavings += child.compressedSavings;
+        fileCount += child.fileCount;
+        folderCount += child.folderCount + (child.isDirectory() ? 1 : 0);
+    }
+};
+static_assert(sizeof(NodeRecord) == 120, "NodeRecord grew: it is paid once per entry");
+
+// Storage that grows in fixed chunks: no reallocation copies and no doubling slack while a
+// scan of unknown size is built, and records never move.
+template <class T, unsigned Shift>
+class ChunkedArray {
+public:
+    static constexpr std::size_t chunkSize = std::size_t(1) << Shift;
+
+    std::size_t size() const { return size_; }
+    T& operator[](std::size_t i) { return chunks_[i >> Shift][i & (chunkSize - 1)]; }
+    const T& operator[](std::size_t i) const { return chunks_[i >> Shift][i & (chunkSize - 1)]; }
+    T& push_back(const T& value)
+    {
+        if ((size_ & (chunkSize - 1)) == 0 && (size_ >> Shift) == chunks_.size())
+            chunks_.push_back(std::make_unique_for_overwrite<T[]>(chunkSize));
+        T& slot = (*this)[size_];
+        slot = value;
+        ++size_;
+        return slot;
+    }
+    std::size_t memoryBytes() const { return chunks_.size() * chunkSize * sizeof(T); }
+
+private:
+    std::vector<std::unique_ptr<T[]>> chunks_;
+    std::size_t size_ = 0;
+};
+
+// All names of a scan, back to back in 1 MiB chunks; a name never spans two chunks.
+class NameBuffer {
+public:
+    std::uint32_t append(std::string_view name);
+    std::string_view view(std::uint32_t offset, std::uint16_t length) const
+    {
+        return {chunks_[offset >> kShift].get() + (offset & (kChunk - 1)), length};
+    }
+    std::size_t memoryBytes() const { return chunks_.size() * kChunk; }
+
+private:
+    static constexpr unsigned kShift = 20;
+    static constexpr std::uint32_t kChunk = 1u << kShift;
+    std::vector<std::unique_ptr<char[]>> chunks_;
+    std::uint32_t used_ = 0; // offset of the next free byte
+};
+
+// A whole scan: its facts and the arena of records in walk order, node 0 the root. Each
+// folder's children are one contiguous id range. Built by one thread, then shared read-only.
+class ScanData {
+public:
+    ScanData() = default;
+    ScanData(const ScanData&) = delete;
+    ScanData& operator=(const ScanData&) = delete;
+
+    QUuid id;
+    std::string rootPath;
+    double scannedAt = 0; // seconds since the Unix epoch
+    double duration = 0;
+    std::vector<ScanIssue> issues;
+    std::int64_t skippedCount = 0;
+
+    static constexpr NodeId rootId = 0;
+    std::size_t size() const { return records_.size(); }
+    bool empty() const { return records_.size() == 0; }
+    const NodeRecord& operator[](NodeId id) const { return records_[id]; }
+    NodeRecord& at(NodeId id) { return records_[id]; }
+
+    std::string_view name(NodeId id) const
+    {
+        const NodeRecord& r = records_[id];
+        return names_.view(r.nameOffset, r.nameLength);
+    }
+    std::string path(NodeId id) const;
+    void appendPath(NodeId id, std::string& out) const;
+    // Depth below the root (root 0).
+    std::uint32_t depth(NodeId id) const;
+
+    // The node whose path is exactly `path` (no trailing slash, no "." parts), or kNoNode.
+    NodeId find(std::string_view path) const;
+    NodeId findChild(NodeId folder, std::string_view name) const;
+
+    // The value record of a node, children's paths included.
+    DiskNode node(NodeId id) const;
+    // The same without the children list (what previews and rows need).
+    DiskNode nodeWithoutChildren(NodeId id) const;
+
+    // Building, in walk order: the root first, then each folder's children together.
+    NodeId addRoot(std::string rootPath, NodeRecord record);
+    // Appends a child of `parent`. A folder's children must be appended without another
+    // folder's in between; std::logic_error otherwise.
+    NodeId append(NodeId parent, NodeRecord record, std::string_view name);
+    // Done building: the lookup index may be made from here on.
+    void seal() { sealed_ = true; }
+
+    std::size_t memoryBytes() const;
+
+private:
+    void buildIndex() const;
+
+    ChunkedArray<NodeRecord, 15> records_;
+    NameBuffer names_;
+    bool sealed_ = false;
+    // For folders of many children: their ids sorted by name, stored at the same positions as
+    // the children's own range. Made on the first lookup of a sealed scan.
+    mutable std::once_flag indexOnce_;
+    mutable std::vector<NodeId> byName_;
+};
+
+} // namespace tarnbridge
