@@ -243,3 +243,44 @@ std::string cliPath()
 bool runningAsRoot() { return ::geteuid() == 0; }
 
 } // namespace tarnbridge::test
+
+#include <linux/capability.h>
+#include <sys/syscall.h>
+
+namespace tarnbridge::test {
+
+namespace {
+bool capabilities(__user_cap_data_struct (&data)[2], bool set)
+{
+    __user_cap_header_struct header{_LINUX_CAPABILITY_VERSION_3, 0};
+    return ::syscall(set ? SYS_capset : SYS_capget, &header, data) == 0;
+}
+} // namespace
+
+WithoutAdminRights::WithoutAdminRights()
+{
+    __user_cap_data_struct data[2] = {};
+    if (!capabilities(data, false))
+        return;
+    effective_[0] = data[0].effective;
+    effective_[1] = data[1].effective;
+    const unsigned drop = (1u << CAP_DAC_OVERRIDE) | (1u << CAP_DAC_READ_SEARCH) | (1u << CAP_FOWNER);
+    if ((data[0].effective & drop) == 0)
+        return;
+    data[0].effective &= ~drop;
+    changed_ = capabilities(data, true);
+}
+
+WithoutAdminRights::~WithoutAdminRights()
+{
+    if (!changed_)
+        return;
+    __user_cap_data_struct data[2] = {};
+    if (!capabilities(data, false))
+        return;
+    data[0].effective = effective_[0];
+    data[1].effective = effective_[1];
+    capabilities(data, true);
+}
+
+} // namespace tarnbridge::test

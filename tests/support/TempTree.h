@@ -70,3 +70,22 @@ std::string cliPath();
 bool runningAsRoot();
 
 } // namespace tarnbridge::test
+
+namespace tarnbridge::test {
+
+// Tests run as root in CI, and root reads every folder. While this object lives, the calling
+// thread loses the capabilities that bypass file permissions, so "unreadable" means
+// unreadable. Does nothing for an ordinary user.
+class WithoutAdminRights {
+public:
+    WithoutAdminRights();
+    ~WithoutAdminRights();
+    WithoutAdminRights(const WithoutAdminRights&) = delete;
+    WithoutAdminRights& operator=(const WithoutAdminRights&) = delete;
+
+private:
+    bool changed_ = false;
+    unsigned effective_[2] = {0, 0};
+};
+
+} // namespace tarnbridge::test
