@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <type_traits>
 #include <vector>
 
 #include "model/DiskNode.h"
@@ -76,28 +77,39 @@ struct NodeRecord {
 static_assert(sizeof(NodeRecord) == 120, "NodeRecord grew: it is paid once per entry");
 
 // Storage that grows in fixed chunks: no reallocation copies and no doubling slack while a
-// scan of unknown size is built, and records never move.
+// scan of unknown size is built, and records never move. Chunks are raw memory constructed on
+// push_back, so pages a small scan never reaches are never made resident.
 template <class T, unsigned Shift>
 class ChunkedArray {
+    static_assert(std::is_trivially_destructible_v<T> && std::is_trivially_copyable_v<T>);
+
 public:
     static constexpr std::size_t chunkSize = std::size_t(1) << Shift;
+
+    ChunkedArray() = default;
+    ChunkedArray(const ChunkedArray&) = delete;
+    ChunkedArray& operator=(const ChunkedArray&) = delete;
+    ~ChunkedArray()
+    {
+        for (T* chunk : chunks_)
+            std::allocator<T>().deallocate(chunk, chunkSize);
+    }
 
     std::size_t size() const { return size_; }
     T& operator[](std::size_t i) { return chunks_[i >> Shift][i & (chunkSize - 1)]; }
     const T& operator[](std::size_t i) const { return chunks_[i >> Shift][i & (chunkSize - 1)]; }
     T& push_back(const T& value)
     {
-        if ((size_ & (chunkSize - 1)) == 0 && (size_ >> Shift) == chunks_.size())
-            chunks_.push_back(std::make_unique_for_overwrite<T[]>(chunkSize));
-        T& slot = (*this)[size_];
-        slot = value;
+        if ((size_ >> Shift) == chunks_.size())
+            chunks_.push_back(std::allocator<T>().allocate(chunkSize));
+        T* slot = std::construct_at(&chunks_[size_ >> Shift][size_ & (chunkSize - 1)], value);
         ++size_;
-        return slot;
+        return *slot;
     }
-    std::size_t memoryBytes() const { return chunks_.size() * chunkSize * sizeof(T); }
+    std::size_t memoryBytes() const { return size_ * sizeof(T); }
 
 private:
-    std::vector<std::unique_ptr<T[]>> chunks_;
+    std::vector<T*> chunks_;
     std::size_t size_ = 0;
 };
 
@@ -109,7 +121,7 @@ public:
     {
         return {chunks_[offset >> kShift].get() + (offset & (kChunk - 1)), length};
     }
-    std::size_t memoryBytes() const { return chunks_.size() * kChunk; }
+    std::size_t memoryBytes() const { return used_; }
 
 private:
     static constexpr unsigned kShift = 20;
