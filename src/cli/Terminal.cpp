@@ -67,9 +67,13 @@ void Table::print(std::ostream& out, std::string_view indent) const
         out << text << '\n';
     };
     std::vector<std::string> header;
-    for (const auto& column : columns_)
+    bool titled = false;
+    for (const auto& column : columns_) {
         header.push_back(column.first);
-    line(header);
+        titled = titled || !column.first.empty();
+    }
+    if (titled)
+        line(header);
     for (const auto& row : rows_)
         line(row);
 }

@@ -15,7 +15,7 @@ namespace tarnbridge::cli {
 
 enum class Align { left, right };
 
-// Rows printed as aligned columns. Widths count characters, not bytes; names that are not
+// Rows printed as aligned columns, under a header line unless every title is empty. Widths count characters, not bytes; names that are not
 // UTF-8 show their stray bytes as U+FFFD.
 class Table {
 public:
