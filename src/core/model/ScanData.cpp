@@ -94,21 +94,27 @@ NodeRecord NodeRecord::fromNode(const DiskNode& node)
     return r;
 }
 
+NameBuffer::~NameBuffer()
+{
+    for (char* chunk : chunks_)
+        platform::freeLarge(chunk, kChunk);
+}
+
 std::uint32_t NameBuffer::append(std::string_view name)
 {
     if (name.size() > 0xFFFF)
         throw TarnbridgeError("A file name is longer than 65,535 bytes.");
     const std::uint32_t within = used_ & (kChunk - 1);
-    if (chunks_.empty() || (within == 0 && (used_ >> kShift) == chunks_.size()) ||
-        within + name.size() > kChunk) {
-        if (!chunks_.empty() && within != 0)
-            used_ += kChunk - within; // start the next chunk
+    const bool full = (used_ >> kShift) == chunks_.size() || within + name.size() > kChunk;
+    if (full) {
+        if ((used_ >> kShift) < chunks_.size())
+            used_ += kChunk - within; // the rest of this chunk stays unused
         if (used_ > 0xFFFFFFFFu - kChunk)
             throw TarnbridgeError("This scan holds more names than Tarnbridge can keep in memory.");
-        chunks_.push_back(std::make_unique_for_overwrite<char[]>(kChunk));
+        chunks_.push_back(static_cast<char*>(platform::allocateLarge(kChunk, !chunks_.empty())));
     }
     const std::uint32_t offset = used_;
-    std::memcpy(chunks_[offset >> kShift].get() + (offset & (kChunk - 1)), name.data(), name.size());
+    std::memcpy(chunks_[offset >> kShift] + (offset & (kChunk - 1)), name.data(), name.size());
     used_ += static_cast<std::uint32_t>(name.size());
     return offset;
 }

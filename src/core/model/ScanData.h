@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "model/DiskNode.h"
+#include "platform/LargeMemory.h"
 
 namespace tarnbridge {
 
@@ -76,15 +77,16 @@ struct NodeRecord {
 };
 static_assert(sizeof(NodeRecord) == 120, "NodeRecord grew: it is paid once per entry");
 
-// Storage that grows in fixed chunks: no reallocation copies and no doubling slack while a
-// scan of unknown size is built, and records never move. Chunks are raw memory constructed on
-// push_back, so pages a small scan never reaches are never made resident.
-template <class T, unsigned Shift>
+// Storage that grows in fixed chunks of 4 MiB: no reallocation copies and no doubling slack
+// while a scan of unknown size is built, and records never move. The first chunk uses small
+// pages, so a small scan stays small; later ones use huge pages (see LargeMemory.h).
+template <class T>
 class ChunkedArray {
     static_assert(std::is_trivially_destructible_v<T> && std::is_trivially_copyable_v<T>);
 
 public:
-    static constexpr std::size_t chunkSize = std::size_t(1) << Shift;
+    static constexpr std::size_t chunkBytes = std::size_t(4) << 20;
+    static constexpr std::size_t perChunk = chunkBytes / sizeof(T);
 
     ChunkedArray() = default;
     ChunkedArray(const ChunkedArray&) = delete;
@@ -92,17 +94,17 @@ public:
     ~ChunkedArray()
     {
         for (T* chunk : chunks_)
-            std::allocator<T>().deallocate(chunk, chunkSize);
+            platform::freeLarge(chunk, chunkBytes);
     }
 
     std::size_t size() const { return size_; }
-    T& operator[](std::size_t i) { return chunks_[i >> Shift][i & (chunkSize - 1)]; }
-    const T& operator[](std::size_t i) const { return chunks_[i >> Shift][i & (chunkSize - 1)]; }
+    T& operator[](std::size_t i) { return chunks_[i / perChunk][i % perChunk]; }
+    const T& operator[](std::size_t i) const { return chunks_[i / perChunk][i % perChunk]; }
     T& push_back(const T& value)
     {
-        if ((size_ >> Shift) == chunks_.size())
-            chunks_.push_back(std::allocator<T>().allocate(chunkSize));
-        T* slot = std::construct_at(&chunks_[size_ >> Shift][size_ & (chunkSize - 1)], value);
+        if (size_ == chunks_.size() * perChunk)
+            chunks_.push_back(static_cast<T*>(platform::allocateLarge(chunkBytes, !chunks_.empty())));
+        T* slot = std::construct_at(&(*this)[size_], value);
         ++size_;
         return *slot;
     }
@@ -113,20 +115,24 @@ private:
     std::size_t size_ = 0;
 };
 
-// All names of a scan, back to back in 1 MiB chunks; a name never spans two chunks.
+// All names of a scan, back to back in 2 MiB chunks; a name never spans two chunks.
 class NameBuffer {
 public:
+    NameBuffer() = default;
+    NameBuffer(const NameBuffer&) = delete;
+    NameBuffer& operator=(const NameBuffer&) = delete;
+    ~NameBuffer();
     std::uint32_t append(std::string_view name);
     std::string_view view(std::uint32_t offset, std::uint16_t length) const
     {
-        return {chunks_[offset >> kShift].get() + (offset & (kChunk - 1)), length};
+        return {chunks_[offset >> kShift] + (offset & (kChunk - 1)), length};
     }
     std::size_t memoryBytes() const { return used_; }
 
 private:
-    static constexpr unsigned kShift = 20;
+    static constexpr unsigned kShift = 21;
     static constexpr std::uint32_t kChunk = 1u << kShift;
-    std::vector<std::unique_ptr<char[]>> chunks_;
+    std::vector<char*> chunks_;
     std::uint32_t used_ = 0; // offset of the next free byte
 };
 
@@ -183,7 +189,7 @@ public:
 private:
     void buildIndex() const;
 
-    ChunkedArray<NodeRecord, 15> records_;
+    ChunkedArray<NodeRecord> records_;
     NameBuffer names_;
     bool sealed_ = false;
     // For folders of many children: their ids sorted by name, stored at the same positions as

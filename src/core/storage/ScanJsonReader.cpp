@@ -1,6 +1,8 @@
 #include <simdjson.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstring>
@@ -9,6 +11,7 @@
 
 #include "model/Errors.h"
 #include "model/PathText.h"
+#include "platform/LargeMemory.h"
 #include "storage/ScanJson.h"
 
 namespace tarnbridge::ScanJson {
@@ -22,7 +25,15 @@ namespace {
     throw TarnbridgeError("The scan file is damaged: " + what);
 }
 
-std::string inQuotes(std::string_view text) { return "\"" + std::string(text) + "\""; }
+std::string inQuotes(std::string_view text)
+{
+    std::string out;
+    out.reserve(text.size() + 2);
+    out.push_back('"');
+    out.append(text);
+    out.push_back('"');
+    return out;
+}
 
 int hexValue(char c)
 {
@@ -233,20 +244,28 @@ constexpr const char* kIdentityKeyNames[] = {"device", "inode", "size", "modifie
 template <std::size_t N>
 int keyIndex(std::string_view key, const char* const (&names)[N])
 {
-    for (std::size_t i = 0; i < N; ++i)
-        if (key == names[i])
+    // Length and first letter tell every known key apart; one compare confirms it.
+    if (key.empty())
+        return -1;
+    for (std::size_t i = 0; i < N; ++i) {
+        const char* name = names[i];
+        if (name[0] == key[0] && std::char_traits<char>::length(name) == key.size() &&
+            std::memcmp(name, key.data(), key.size()) == 0)
             return int(i);
+    }
     return -1;
 }
 
 class Reader {
 public:
-    ScanResult read(const simdjson::padded_string& text);
+    ScanResult read(simdjson::padded_string_view text);
 
 private:
     void readNode(std::string_view key, od::value value);
     void readIdentity(od::value value, Entry& entry, std::string_view path);
-    std::string_view string(od::value value, const std::string& what);
+    // `what` describes the value for an error message; it is called only on failure.
+    template <class What>
+    std::string_view string(od::value value, What&& what);
     std::int64_t integer(od::value value, const char* key, std::string_view path,
                          std::int64_t min = std::numeric_limits<std::int64_t>::min(),
                          std::int64_t max = std::numeric_limits<std::int64_t>::max());
@@ -279,13 +298,14 @@ private:
     std::int64_t skippedCount_ = 0;
 };
 
-std::string_view Reader::string(od::value value, const std::string& what)
+template <class What>
+std::string_view Reader::string(od::value value, What&& what)
 {
     od::raw_json_string raw;
     if (value.get_raw_json_string().get(raw))
-        damaged(what + " is not a string.");
+        damaged(std::string(what()) + " is not a string.");
     if (!unescape(raw.raw(), scratch_))
-        damaged(what + " holds an invalid escape.");
+        damaged(std::string(what()) + " holds an invalid escape.");
     return scratch_;
 }
 
@@ -387,7 +407,7 @@ void Reader::readNode(std::string_view key, od::value value)
         const char* name = kNodeKeyNames[k];
         switch (NodeKey(k)) {
         case kPath:
-            if (string(v, "\"path\" of the node " + inQuotes(path)) != path)
+            if (string(v, [&] { return std::string("\"path\" of the node " + inQuotes(path)); }) != path)
                 damaged("the node " + inQuotes(path) + " has another \"path\".");
             break;
         case kParent: {
@@ -396,7 +416,7 @@ void Reader::readNode(std::string_view key, od::value value)
                 wrongType(name, path);
             if (type == od::json_type::null)
                 break;
-            const std::string_view parent = string(v, "\"parent\" of the node " + inQuotes(path));
+            const std::string_view parent = string(v, [&] { return std::string("\"parent\" of the node " + inQuotes(path)); });
             entries_[index].parent = paths_.intern(parent);
             entry(entries_[index].parent); // may grow the table: `e` is not used below this
             entries_[index].hasParentKey = true;
@@ -430,7 +450,7 @@ void Reader::readNode(std::string_view key, od::value value)
                 od::value child;
                 if (std::move(item).get(child))
                     wrongType(name, path);
-                const std::string_view childPath = string(child, "a child of the node " + inQuotes(path));
+                const std::string_view childPath = string(child, [&] { return std::string("a child of the node " + inQuotes(path)); });
                 childLists_.push_back(paths_.intern(childPath));
             }
             Entry& self = entries_[index];
@@ -442,9 +462,7 @@ void Reader::readNode(std::string_view key, od::value value)
         case kModified: number(v, name, path); break; // the identity's modification time
         case kAccessed: entries_[index].record.accessedSeconds = unixDate(number(v, name, path)); break;
         case kIdentity: {
-            const std::string pathCopy(path);
-            Entry& self = entries_[index];
-            readIdentity(v, self, pathCopy);
+            readIdentity(v, entries_[index], path); // `path` lives in the table: stable
             break;
         }
         case kNodeKeyCount: break;
@@ -456,7 +474,7 @@ void Reader::readNode(std::string_view key, od::value value)
             damaged("the node " + inQuotes(path) + " has no \"" + kNodeKeyNames[k] + "\".");
 }
 
-ScanResult Reader::read(const simdjson::padded_string& text)
+ScanResult Reader::read(simdjson::padded_string_view text)
 {
     od::parser parser;
     od::document document;
@@ -474,12 +492,12 @@ ScanResult Reader::read(const simdjson::padded_string& text)
         const std::string_view key = rawKey(field.key());
         od::value v = field.value();
         if (key == "id") {
-            id_ = QUuid::fromString(QString::fromStdString(std::string(string(v, "\"id\""))));
+            id_ = QUuid::fromString(QString::fromStdString(std::string(string(v, [&] { return std::string("\"id\""); }))));
             if (id_.isNull())
                 damaged("\"id\" is not a UUID.");
             seen |= kId;
         } else if (key == "rootPath") {
-            rootPath_ = string(v, "\"rootPath\"");
+            rootPath_ = string(v, [&] { return std::string("\"rootPath\""); });
             seen |= kRoot;
         } else if (key == "scannedAt") {
             scannedAt_ = number(v, "scannedAt", {}) + kReferenceDateOffset;
@@ -519,10 +537,10 @@ ScanResult Reader::read(const simdjson::padded_string& text)
                         damaged("an issue is not valid JSON.");
                     const std::string_view k = rawKey(f.key());
                     if (k == "path") {
-                        entry.path = string(f.value(), "\"path\" of an issue");
+                        entry.path = string(f.value(), [&] { return std::string("\"path\" of an issue"); });
                         has |= 1;
                     } else if (k == "message") {
-                        entry.message = string(f.value(), "\"message\" of an issue");
+                        entry.message = string(f.value(), [&] { return std::string("\"message\" of an issue"); });
                         has |= 2;
                     }
                 }
@@ -623,20 +641,40 @@ ScanResult parse(std::string_view json)
 
 ScanResult readFile(const std::string& path)
 {
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0)
+        throw systemError(errno);
+    struct Closer {
+        int fd;
+        ~Closer() { ::close(fd); }
+    } closer{fd};
     struct stat info {};
-    if (::stat(path.c_str(), &info) != 0)
+    if (::fstat(fd, &info) != 0)
         throw systemError(errno);
     if (S_ISDIR(info.st_mode))
         throw TarnbridgeError("\"" + path + "\" is a folder, not a scan file.");
-    simdjson::padded_string text;
-    const auto error = simdjson::padded_string::load(path).get(text);
-    if (error) {
-        // simdjson only says "could not read"; the system knows why.
-        const int code = errno ? errno : EIO;
-        throw systemError(code);
+    // Read into a huge-page buffer with simdjson's padding after the text.
+    const std::size_t size = std::size_t(info.st_size);
+    const std::size_t capacity = size + simdjson::SIMDJSON_PADDING;
+    struct Buffer {
+        char* data;
+        std::size_t capacity;
+        ~Buffer() { platform::freeLarge(data, capacity); }
+    } buffer{static_cast<char*>(platform::allocateLarge(capacity)), capacity};
+    std::size_t got = 0;
+    while (got < size) {
+        const ssize_t n = ::read(fd, buffer.data + got, size - got);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            throw systemError(errno);
+        if (n == 0)
+            break; // the file shrank while we read it: parse what is there
+        got += std::size_t(n);
     }
+    std::memset(buffer.data + got, 0, capacity - got);
     Reader reader;
-    return reader.read(text);
+    return reader.read(simdjson::padded_string_view(buffer.data, got, capacity));
 }
 
 } // namespace tarnbridge::ScanJson
