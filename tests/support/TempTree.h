@@ -64,7 +64,7 @@ struct ProcessOutput {
 };
 ProcessOutput runProcess(const std::vector<std::string>& argv, const std::string& input = {});
 
-// The tarnbridge-cli binary under test (from TARNBRIDGE_CLI).
+// The tarnbridge-cli binary under test: the one built beside the tests, or $TARNBRIDGE_CLI.
 std::string cliPath();
 
 bool runningAsRoot();
