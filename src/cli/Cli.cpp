@@ -17,7 +17,7 @@ namespace {
 std::vector<Command> allCommands()
 {
     std::vector<Command> all;
-    for (auto group : {scanCommands})
+    for (auto group : {scanCommands, queryCommands})
         for (auto& command : group())
             all.push_back(std::move(command));
     return all;

@@ -19,6 +19,9 @@ using Sink = std::function<void(const char* data, std::size_t size)>;
 void write(const ScanResult& scan, const Sink& sink);
 std::string toString(const ScanResult& scan);
 
+// Appends `bytes` as a quoted JSON string, with the \udcXX escape for bytes that are not UTF-8.
+void appendString(std::string& out, std::string_view bytes);
+
 // Writes the scan to `path` atomically (a hidden temporary in the same folder, then rename);
 // a destination that is not a regular file (/dev/null, a pipe) is written in place.
 void writeFile(const ScanResult& scan, const std::string& path);

@@ -257,6 +257,13 @@ void write(const ScanResult& scan, const Sink& sink)
     w.flush();
 }
 
+void appendString(std::string& out, std::string_view bytes)
+{
+    out.push_back('"');
+    appendEscaped(out, bytes);
+    out.push_back('"');
+}
+
 std::string toString(const ScanResult& scan)
 {
     std::string out;
@@ -314,7 +321,9 @@ void writeFile(const ScanResult& scan, const std::string& path)
     const std::string_view base = PathText::name(path);
     const auto slash = path.rfind('/');
     const std::string folder = slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
-    std::string temporary = PathText::join(folder, "." + std::string(base) + ".XXXXXX");
+    std::string hidden(".");
+    hidden.append(base).append(".XXXXXX");
+    std::string temporary = PathText::join(folder, hidden);
     const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
     if (fd < 0)
         throw systemError(errno);
