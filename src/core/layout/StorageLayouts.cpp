@@ -1,6 +1,8 @@
 #include "layout/StorageLayouts.h"
 
 #include <algorithm>
+#include <array>
+#include <span>
 #include <cmath>
 #include <limits>
 
@@ -174,26 +176,29 @@ std::vector<Bubble> circles(const std::vector<WeightedItem>& items, const Layout
     struct Unit {
         double x, y, r;
     };
-    std::vector<Unit> placed;
-    placed.reserve(sorted.size());
+    // At most kCircleLimit circles: a fixed array, no reallocation.
+    std::array<Unit, kCircleLimit> slots{};
+    std::size_t count = 0;
+    auto place = [&](double x, double y, double r) { slots[count++] = {x, y, r}; };
+    const auto placed = [&] { return std::span<const Unit>(slots.data(), count); };
     for (const auto& item : sorted) {
         if (cancellation && cancellation->isCancelled())
             return {};
         const double r = std::sqrt(item.weight / largestWeight);
-        if (placed.empty()) {
-            placed.push_back({0, 0, r});
+        if (count == 0) {
+            place(0, 0, r);
             continue;
         }
-        if (placed.size() == 1) {
-            placed.push_back({r + placed[0].r + gap, 0, r});
+        if (count == 1) {
+            place(r + slots[0].r + gap, 0, r);
             continue;
         }
         bool haveBest = false;
         double bestX = 0, bestY = 0, bestExtent = std::numeric_limits<double>::infinity();
-        for (std::size_t ia = 0; ia < placed.size(); ++ia) {
-            for (std::size_t ib = ia + 1; ib < placed.size(); ++ib) {
-                const Unit& a = placed[ia];
-                const Unit& b = placed[ib];
+        for (std::size_t ia = 0; ia < count; ++ia) {
+            for (std::size_t ib = ia + 1; ib < count; ++ib) {
+                const Unit& a = slots[ia];
+                const Unit& b = slots[ib];
                 const double dx = b.x - a.x, dy = b.y - a.y;
                 const double d = std::hypot(dx, dy);
                 const double ra = r + a.r + gap, rb = r + b.r + gap;
@@ -206,7 +211,7 @@ std::vector<Bubble> circles(const std::vector<WeightedItem>& items, const Layout
                     const double s = h * sign;
                     const double cx = footX - dy * s / d, cy = footY + dx * s / d;
                     bool valid = true;
-                    for (const Unit& c : placed) {
+                    for (const Unit& c : placed()) {
                         const double need = std::max(r + c.r + gap - 0.00001, 0.0);
                         const double ddx = cx - c.x, ddy = cy - c.y;
                         if (need * need > ddx * ddx + ddy * ddy) {
@@ -228,16 +233,16 @@ std::vector<Bubble> circles(const std::vector<WeightedItem>& items, const Layout
         }
         if (!haveBest) {
             double right = -std::numeric_limits<double>::infinity();
-            for (const Unit& c : placed)
+            for (const Unit& c : placed())
                 right = std::max(right, c.x + c.r);
             bestX = r + right + gap;
             bestY = 0;
         }
-        placed.push_back({bestX, bestY, r});
+        place(bestX, bestY, r);
     }
 
     double minX = std::numeric_limits<double>::infinity(), maxX = -minX, minY = minX, maxY = -minX;
-    for (const Unit& c : placed) {
+    for (const Unit& c : placed()) {
         minX = std::min(minX, c.x - c.r);
         maxX = std::max(maxX, c.x + c.r);
         minY = std::min(minY, c.y - c.r);
@@ -245,13 +250,13 @@ std::vector<Bubble> circles(const std::vector<WeightedItem>& items, const Layout
     }
     const double cx = (minX + maxX) / 2, cy = (minY + maxY) / 2;
     double enclosing = 0;
-    for (const Unit& c : placed)
+    for (const Unit& c : placed())
         enclosing = std::max(enclosing, c.r + std::hypot(c.x - cx, c.y - cy));
     const double scale = radius / enclosing;
     std::vector<Bubble> out;
-    out.reserve(placed.size());
-    for (std::size_t i = 0; i < placed.size(); ++i) {
-        const Unit& c = placed[i];
+    out.reserve(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        const Unit& c = slots[i];
         out.push_back({sorted[i].id,
                        {center.x + scale * (c.x - cx), center.y + scale * (c.y - cy)},
                        scale * c.r});

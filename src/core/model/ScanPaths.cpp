@@ -72,9 +72,9 @@ std::vector<std::string> candidates(std::string_view path, const ScanPathsProfil
 
     std::string visible = normalized;
     if (!profile.dataRoot.empty() && PathText::contains(normalized, profile.dataRoot)) {
-        visible = normalized.substr(profile.dataRoot.size());
+        visible.erase(0, profile.dataRoot.size());
         if (visible.empty())
-            visible = "/";
+            visible.push_back('/');
     }
 
     std::vector<std::string> variants{visible};
