@@ -78,28 +78,37 @@ void Table::print(std::ostream& out, std::string_view indent) const
         line(row);
 }
 
+namespace {
+// Keeps the line within a common terminal width so that \r redraws it in place.
+constexpr std::size_t kLineWidth = 110;
+
+std::string middleCut(const std::string& text, std::size_t width)
+{
+    if (displayWidth(text) <= width)
+        return text;
+    const QString q = QString::fromStdString(text);
+    const qsizetype keep = qsizetype(width > 1 ? width - 1 : 0);
+    return (q.left(keep / 2) + QStringLiteral("…") + q.right(keep - keep / 2)).toStdString();
+}
+} // namespace
+
 void ProgressLine::show(const ScanProgress& p)
 {
     if (!context_.progressOnTerminal)
         return;
     const double rate = p.duration > 0 ? double(p.files + p.folders) / p.duration : 0;
-    show(withSeparators(p.files) + " files · " + withSeparators(p.folders) + " folders · " +
-         formattedBytes(p.bytes) + " · " + withSeparators(std::int64_t(rate)) + " entries/s · " +
-         shown(p.path));
+    const std::string counts = withSeparators(p.files) + " files · " + withSeparators(p.folders) +
+                               " folders · " + formattedBytes(p.bytes) + " · " +
+                               withSeparators(std::int64_t(rate)) + " entries/s · ";
+    const std::size_t used = displayWidth(counts);
+    show(counts + middleCut(shown(p.path), used < kLineWidth - 10 ? kLineWidth - used : 10));
 }
 
 void ProgressLine::show(const std::string& text)
 {
     if (!context_.progressOnTerminal)
         return;
-    // Keep the line within a common terminal width so that \r redraws it in place.
-    std::string line = text;
-    const std::size_t limit = 110;
-    if (displayWidth(line) > limit) {
-        const QString q = QString::fromStdString(line);
-        line = (q.left(limit / 2 - 1) + QStringLiteral("…") + q.right(limit / 2 - 1)).toStdString();
-    }
-    context_.err << "\r\033[K" << line << std::flush;
+    context_.err << "\r\033[K" << middleCut(text, kLineWidth) << std::flush;
     drawn_ = true;
 }
 
