@@ -1,0 +1,119 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "query/ScanPresentation.h"
+#include "support/FakeScan.h"
+
+using namespace tarnbridge;
+using tarnbridge::test::fakeScan;
+
+namespace {
+
+std::vector<std::string> pathsOf(const QuickWin& win)
+{
+    std::vector<std::string> out;
+    for (const auto& n : win.nodes)
+        out.push_back(n.path);
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+const QuickWin& winOf(const std::vector<QuickWin>& wins, QuickWinKind kind)
+{
+    return *std::find_if(wins.begin(), wins.end(), [&](const QuickWin& w) { return w.kind == kind; });
+}
+
+} // namespace
+
+TEST(QuickWin, FirstRuleDecidesAndNestingReducesWithinAKind)
+{
+    const ScanResult scan = fakeScan("/Downloads", {
+        {"Users/a/Downloads/file.bin", 10},
+        {"Users/a/Library/Caches/Downloads/x", 5},   // rule 1 before rule 12
+        {"Users/a/Library/Caches/app/y", 7},
+        {"opt/Caches/z", 3},                          // no /Library/: no match
+        {"x/build/build/out.o", 4},
+        {"p/node_modules/x/build/o", 2},              // kept in builds too
+        {"p/.cache/c", 1},
+        {"v/disk.VMDK", 2},
+        {"v/old.vmwarevm/", 0},
+        {"m/a.mov", 100'000'000}, {"m/b.mov", 99'999'999}, {"m/c.zip", 200'000'000},
+        {"home/u/.local/share/Trash/files/old", 9},
+        {"media/usb/.Trash-1000/files/f", 8},
+        {"var/log/journal/j", 6},
+        {"dl/setup.AppImage", 3}, {"dl/tool.deb", 3},
+        {"proj/.venv/lib", 2},
+        {"home/u/.local/share/containers/storage", 4},
+        {"vm/big.img", 1'000'000'001}, {"vm/small.img", 1'000'000'000},
+    });
+    const auto wins = QuickWin::discover(scan);
+    ASSERT_EQ(wins.size(), 12u);
+    EXPECT_EQ(wins.front().kind, QuickWinKind::downloads);
+    using V = std::vector<std::string>;
+    // The root itself never matches, even when it is named Downloads.
+    EXPECT_EQ(pathsOf(winOf(wins, QuickWinKind::downloads)),
+              (V{"/Downloads/Users/a/Downloads", "/Downloads/Users/a/Library/Caches/Downloads"}));
+    EXPECT_EQ(pathsOf(winOf(wins, QuickWinKind::caches)),
+              (V{"/Downloads/Users/a/Library/Caches", "/Downloads/p/.cache", "/Downloads/var/log/journal"}));
+    EXPECT_EQ(pathsOf(winOf(wins, QuickWinKind::builds)),
+              (V{"/Downloads/p/node_modules/x/build", "/Downloads/x/build"}));
+    EXPECT_EQ(pathsOf(winOf(wins, QuickWinKind::dependencies)),
+              (V{"/Downloads/p/node_modules", "/Downloads/proj/.venv"}));
+    EXPECT_EQ(pathsOf(winOf(wins, QuickWinKind::virtualMachines)),
+              (V{"/Downloads/home/u/.local/share/containers", "/Downloads/v/disk.VMDK",
+                 "/Downloads/v/old.vmwarevm", "/Downloads/vm/big.img"}));
+    EXPECT_EQ(pathsOf(winOf(wins, QuickWinKind::media)), V{"/Downloads/m/a.mov"});
+    EXPECT_EQ(pathsOf(winOf(wins, QuickWinKind::trash)),
+              (V{"/Downloads/home/u/.local/share/Trash", "/Downloads/media/usb/.Trash-1000"}));
+    EXPECT_EQ(pathsOf(winOf(wins, QuickWinKind::installers)),
+              (V{"/Downloads/dl/setup.AppImage", "/Downloads/dl/tool.deb"}));
+    EXPECT_TRUE(winOf(wins, QuickWinKind::mail).nodes.empty());
+    // Biggest first within a kind.
+    const auto& caches = winOf(wins, QuickWinKind::caches).nodes;
+    EXPECT_TRUE(std::is_sorted(caches.begin(), caches.end(),
+                               [](const DiskNode& a, const DiskNode& b) { return a.allocatedSize > b.allocatedSize; }));
+}
+
+TEST(QuickWin, UniqueBytesCountOverlapsOnce)
+{
+    const ScanResult scan = fakeScan("/r", {{"p/node_modules/a/build/x", 100}, {"p/node_modules/b", 50}, {"q/dist/y", 7}});
+    const ScanPresentation p = ScanPresentation::make(scan);
+    EXPECT_EQ(winOf(p.quickWins, QuickWinKind::builds).bytes(), 107);
+    EXPECT_EQ(winOf(p.quickWins, QuickWinKind::dependencies).bytes(), 150);
+    EXPECT_EQ(p.uniqueQuickWinBytes, 157);
+
+    DiskNode root, child, other;
+    root.path = "/";
+    child.path = "/a";
+    other.path = "/b";
+    EXPECT_EQ(QuickWin::topmost({child, root, other}).size(), 1u);
+    EXPECT_EQ(QuickWin::topmost({other, child, child}).front().path, "/a");
+}
+
+TEST(ScanPresentation, TypeTotalsByCategoryAndChildFolder)
+{
+    const ScanResult scan = fakeScan("/r", {{"top.png", 10, 4096}, {"f/a.mp4", 20, 8192}, {"f/deep/b.txt", 30, 4096},
+                                            {"empty/"}, {"g/c.PNG", 5, 4096}});
+    const TypeDistribution d = distribution(scan, "/r");
+    EXPECT_EQ(d.total.logical.at(FileCategory::image), 15);
+    EXPECT_EQ(d.total.allocated.at(FileCategory::image), 8192);
+    EXPECT_EQ(d.total.logical.at(FileCategory::video), 20);
+    EXPECT_EQ(d.total.logical.count(FileCategory::audio), 0u);
+    ASSERT_EQ(d.folders.size(), 2u); // "empty" has no entry, "f/deep" is inside "f"
+    EXPECT_EQ(d.folders.at("/r/f").logical.at(FileCategory::document), 30);
+    EXPECT_EQ(d.folders.at("/r/g").values(SizeMeasure::allocated).at(FileCategory::image), 4096);
+    EXPECT_TRUE(distribution(scan, "/missing").folders.empty());
+    CancellationFlag cancelled;
+    cancelled.cancel();
+    const TypeDistribution none = distribution(scan, "/r", &cancelled);
+    EXPECT_TRUE(none.total.allocated.empty());
+    EXPECT_TRUE(none.folders.empty());
+
+    const ScanResult kinds = fakeScan("/k", {{"Project.xcodeproj/x", 1}, {"plain/y", 1}, {"movie.mkv", 1}});
+    const ScanData& k = kinds.data();
+    EXPECT_EQ(kindName(k, kinds.find("/k/Project.xcodeproj")), "Application");
+    EXPECT_EQ(kindName(k, kinds.find("/k/plain")), "Folder");
+    EXPECT_EQ(kindName(k, kinds.find("/k/movie.mkv")), "Video");
+    EXPECT_EQ(itemCount(k[ScanData::rootId]), 5);
+}
