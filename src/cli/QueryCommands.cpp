@@ -6,6 +6,7 @@
 #include "model/Formatting.h"
 #include "model/PathText.h"
 #include "query/FileCategory.h"
+#include "query/ScanPresentation.h"
 #include "query/ScanQuery.h"
 #include "storage/ScanJson.h"
 
@@ -84,6 +85,13 @@ std::string jsonRow(const DiskNode& node)
     return out;
 }
 
+ScanResult scanFor(const Arguments& args, Context& context, const char* command)
+{
+    if (!args.has("from") && args.positionals.empty())
+        throw UsageError(std::string("\"") + command + "\" needs PATH, or --from FILE.");
+    return obtainScan(args, context, args.positionals.empty() ? "" : args.positionals[0]);
+}
+
 int topCommand(const Arguments& args, Context& context)
 {
     const ScanQuery query = queryFrom(args);
@@ -99,9 +107,7 @@ int topCommand(const Arguments& args, Context& context)
             throw UsageError("--scope takes current, files or folders.");
     }
     const std::int64_t limit = args.integer("limit", 20, 0, 1'000'000'000);
-    if (!args.has("from") && args.positionals.empty())
-        throw UsageError("\"top\" needs PATH, or --from FILE.");
-    const ScanResult scan = obtainScan(args, context, args.positionals.empty() ? "" : args.positionals[0]);
+    const ScanResult scan = scanFor(args, context, "top");
     const NodeId focus = focusOf(args, scan);
     const RankedPage page = query.rankedPage(scan, scan->path(focus), scope, limit, &context.cancellation);
     if (args.has("json")) {
@@ -124,6 +130,124 @@ int topCommand(const Arguments& args, Context& context)
     return exitOk;
 }
 
+void addTotalsRows(Table& table, const FileTypeTotals& totals, SizeMeasure measure, std::int64_t whole)
+{
+    for (FileCategory c : FileCategory::allCases()) {
+        const auto& values = totals.values(measure);
+        const auto it = values.find(c);
+        if (it == values.end())
+            continue;
+        table.add({std::string(c.rawValue()), formattedBytes(it->second), formattedShare(it->second, whole)});
+    }
+}
+
+int typesCommand(const Arguments& args, Context& context)
+{
+    const SizeMeasure measure = args.has("logical") ? SizeMeasure::logical : SizeMeasure::allocated;
+    const ScanResult scan = scanFor(args, context, "types");
+    const NodeId focus = focusOf(args, scan);
+    const TypeDistribution d = distribution(scan, scan->path(focus), &context.cancellation);
+    context.cancellation.check();
+    if (args.has("json")) {
+        auto object = [&](const FileTypeTotals& totals) {
+            std::string out = "{";
+            bool first = true;
+            for (FileCategory c : FileCategory::allCases()) {
+                const auto it = totals.values(measure).find(c);
+                if (it == totals.values(measure).end())
+                    continue;
+                out += (first ? "\"" : ",\"") + std::string(c.rawValue()) + "\":" + std::to_string(it->second);
+                first = false;
+            }
+            return out + "}";
+        };
+        std::string line = "{\"path\":";
+        ScanJson::appendString(line, scan->path(focus));
+        context.out << line << ",\"types\":" << object(d.total) << "}\n";
+        for (const auto& [path, totals] : d.folders) {
+            line = "{\"path\":";
+            ScanJson::appendString(line, path);
+            context.out << line << ",\"types\":" << object(totals) << "}\n";
+        }
+        return exitOk;
+    }
+    std::int64_t whole = 0;
+    for (const auto& [category, bytes] : d.total.values(measure))
+        whole += bytes;
+    context.out << "File types below " << shown(scan->path(focus)) << "\n\n";
+    Table table({{"Type", Align::left}, {measure == SizeMeasure::logical ? "Logical size" : "Size on disk", Align::right},
+                 {"Share", Align::right}});
+    addTotalsRows(table, d.total, measure, whole);
+    table.print(context.out, "  ");
+    // Child folders, biggest first, with their largest type.
+    std::vector<std::pair<std::int64_t, std::string>> folders;
+    for (const auto& [path, totals] : d.folders) {
+        std::int64_t sum = 0;
+        for (const auto& [category, bytes] : totals.values(measure))
+            sum += bytes;
+        folders.emplace_back(sum, path);
+    }
+    std::sort(folders.begin(), folders.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    if (folders.empty())
+        return exitOk;
+    context.out << "\nBy folder\n\n";
+    Table byFolder({{"Folder", Align::left}, {"Size", Align::right}, {"Mostly", Align::left}});
+    for (const auto& [sum, path] : folders) {
+        const auto& values = d.folders.at(path).values(measure);
+        const auto top = std::max_element(values.begin(), values.end(),
+                                          [](const auto& a, const auto& b) { return a.second < b.second; });
+        byFolder.add({shown(PathText::name(path)) + "/", formattedBytes(sum),
+                      top == values.end() ? "" : std::string(FileCategory(top->first).rawValue()) + " " +
+                                                     formattedShare(top->second, sum)});
+    }
+    byFolder.print(context.out, "  ");
+    return exitOk;
+}
+
+int winsCommand(const Arguments& args, Context& context)
+{
+    const ScanResult scan = scanFor(args, context, "wins");
+    const ScanPresentation p = ScanPresentation::make(scan, &context.cancellation);
+    context.cancellation.check();
+    if (args.has("json")) {
+        for (const QuickWin& win : p.quickWins) {
+            for (const DiskNode& node : win.nodes) {
+                std::string line = "{\"kind\":";
+                ScanJson::appendString(line, info(win.kind).rawValue);
+                line += ",\"path\":";
+                ScanJson::appendString(line, node.path);
+                line += ",\"allocatedSize\":" + std::to_string(node.allocatedSize) + "}";
+                context.out << line << '\n';
+            }
+        }
+        return exitOk;
+    }
+    bool any = false;
+    for (const QuickWin& win : p.quickWins) {
+        if (win.nodes.empty())
+            continue;
+        any = true;
+        context.out << info(win.kind).rawValue << " — " << formattedBytes(win.bytes()) << " in "
+                    << withSeparators(std::int64_t(win.nodes.size())) << (win.nodes.size() == 1 ? " item\n" : " items\n");
+        context.out << "  " << info(win.kind).explanation << "\n";
+        Table table({{"", Align::right}, {"", Align::left}});
+        const std::size_t shownCount = std::min<std::size_t>(win.nodes.size(), 10);
+        for (std::size_t i = 0; i < shownCount; ++i)
+            table.add({formattedBytes(win.nodes[i].allocatedSize),
+                       shown(win.nodes[i].path) + (win.nodes[i].isDirectory ? "/" : "")});
+        table.print(context.out, "    ");
+        if (win.nodes.size() > shownCount)
+            context.out << "    … and " << withSeparators(std::int64_t(win.nodes.size() - shownCount)) << " more\n";
+        context.out << '\n';
+    }
+    if (!any)
+        context.out << "No suggestions: none of the well-known kinds of clutter was found.\n";
+    else
+        context.out << "All suggestions together: " << formattedBytes(p.uniqueQuickWinBytes)
+                    << " (items inside others counted once)\n";
+    return exitOk;
+}
+
 } // namespace
 
 std::vector<Command> queryCommands()
@@ -143,6 +267,26 @@ std::vector<Command> queryCommands()
           0,
           1},
          topCommand},
+        {{"types",
+          "PATH [--focus DIR] [--logical] [--json]",
+          "Show how the bytes split by file type, in total and by folder.",
+          {{"focus", "DIR", "A folder of the scan (default: the scanned folder)."},
+           {"from", "FILE", "Use a saved scan file instead of scanning PATH."},
+           {"logical", "", "Measure logical size instead of size on disk."},
+           {"json", "", "One JSON object per line instead of tables."},
+           {"quiet", "", "No progress line while scanning."}},
+          0,
+          1},
+         typesCommand},
+        {{"wins",
+          "PATH [--json]",
+          "Suggest well-known clutter: caches, build output, installers, trash…",
+          {{"from", "FILE", "Use a saved scan file instead of scanning PATH."},
+           {"json", "", "One JSON object per item instead of the list."},
+           {"quiet", "", "No progress line while scanning."}},
+          0,
+          1},
+         winsCommand},
     };
 }
 

@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "query/ScanPresentation.h"
 #include "query/ScanQuery.h"
 #include "scan/DiskScanner.h"
 #include "storage/ScanJson.h"
@@ -80,4 +81,40 @@ TEST(QueryCommands, TopPrintsWhatTheLibraryRanks)
     const auto wrongFocus = runProcess({cliPath(), "top", "--from", saved, "--focus", "/elsewhere"});
     EXPECT_EQ(wrongFocus.exitCode, 1);
     EXPECT_NE(wrongFocus.err.find("is not a folder of this scan"), std::string::npos) << wrongFocus.err;
+}
+
+TEST(QueryCommands, TypesAndWinsPrintWhatTheLibraryComputes)
+{
+    TempTree tree;
+    tree.file("proj/node_modules/pkg/index.js", 3000);
+    tree.file("proj/build/out.o", 2000);
+    tree.file("proj/src/main.cpp", 500);
+    tree.file("Downloads/movie.mkv", 7000);
+    tree.file("pics/a.png", 1234);
+    tree.file("top.txt", 10);
+    CancellationFlag flag;
+    const ScanResult scan = DiskScanner::scan(tree.root(), flag);
+    const std::string saved = tree.path("scan.json");
+    ScanJson::writeFile(scan, saved);
+
+    const auto types = runProcess({cliPath(), "types", "--from", saved, "--logical", "--json"});
+    ASSERT_EQ(types.exitCode, 0) << types.err;
+    const TypeDistribution d = distribution(scan, tree.root());
+    // ".o" is a developer file too.
+    std::string expectedTotal = "\"Video\":7000,\"Images\":1234,\"Documents\":10,\"Developer\":5500";
+    ASSERT_EQ(d.total.logical.at(FileCategory::developer), 5500); // the library agrees with the line above
+    EXPECT_NE(types.out.find("\"types\":{" + expectedTotal + "}"), std::string::npos) << types.out;
+    EXPECT_NE(types.out.find("\"path\":\"" + tree.path("proj") + "\",\"types\":{\"Developer\":5500}"),
+              std::string::npos) << types.out;
+
+    const auto wins = runProcess({cliPath(), "wins", "--from", saved, "--json"});
+    ASSERT_EQ(wins.exitCode, 0) << wins.err;
+    std::vector<std::string> expected;
+    for (const QuickWin& win : QuickWin::discover(scan))
+        for (const DiskNode& node : win.nodes)
+            expected.push_back(node.path);
+    EXPECT_EQ(jsonPaths(wins.out), expected);
+    EXPECT_EQ(expected.size(), 3u); // Downloads, node_modules, build
+    const auto text = runProcess({cliPath(), "wins", "--from", saved});
+    EXPECT_NE(text.out.find("Downloaded files may be your only copy."), std::string::npos) << text.out;
 }
