@@ -1,3 +1,7 @@
+#include <QDateTime>
+#include <QLocale>
+
+#include <algorithm>
 #include <ostream>
 
 #include "Cli.h"
@@ -141,6 +145,51 @@ void addTotalsRows(Table& table, const FileTypeTotals& totals, SizeMeasure measu
     }
 }
 
+std::string shortDate(std::int64_t unixSeconds)
+{
+    return QLocale().toString(QDateTime::fromSecsSinceEpoch(unixSeconds).date(), QLocale::ShortFormat).toStdString();
+}
+
+int lsCommand(const Arguments& args, Context& context)
+{
+    const ScanQuery query = queryFrom(args);
+    ScanSortField field = query.measure == SizeMeasure::logical ? ScanSortField::logicalSize : ScanSortField::allocatedSize;
+    if (const auto sort = args.value("sort")) {
+        const std::pair<const char*, ScanSortField> fields[] = {
+            {"name", ScanSortField::name}, {"allocated", ScanSortField::allocatedSize},
+            {"logical", ScanSortField::logicalSize}, {"items", ScanSortField::itemCount},
+            {"kind", ScanSortField::kindName}, {"modified", ScanSortField::modified}};
+        const auto it = std::find_if(std::begin(fields), std::end(fields), [&](const auto& f) { return *sort == f.first; });
+        if (it == std::end(fields))
+            throw UsageError("--sort takes name, allocated, logical, items, kind or modified.");
+        field = it->second;
+    }
+    const SortOrder order = args.has("asc") ? SortOrder::ascending : SortOrder::descending;
+    const ScanResult scan = scanFor(args, context, "ls");
+    const NodeId focus = focusOf(args, scan);
+    const bool recursive = args.has("recursive");
+    const auto ids = query.sortedIds(scan, scan->path(focus), recursive, field, order, &context.cancellation);
+    const ScanData& d = scan.data();
+    if (args.has("json")) {
+        for (NodeId id : ids)
+            context.out << jsonRow(d.node(id)) << '\n';
+        return exitOk;
+    }
+    Table table({{query.measure == SizeMeasure::logical ? "Logical size" : "Size on disk", Align::right},
+                 {"Items", Align::right},
+                 {"Kind", Align::left},
+                 {"Modified", Align::left},
+                 {recursive ? "Path" : "Name", Align::left}});
+    for (NodeId id : ids) {
+        const NodeRecord& r = d[id];
+        const std::string name = recursive ? shown(d.path(id)) : shown(d.name(id));
+        table.add({formattedBytes(r.bytes(query.measure)), withSeparators(itemCount(r)),
+                   std::string(kindName(d, id)), shortDate(r.modifiedSeconds), name + (r.isDirectory() ? "/" : "")});
+    }
+    table.print(context.out);
+    return exitOk;
+}
+
 int typesCommand(const Arguments& args, Context& context)
 {
     const SizeMeasure measure = args.has("logical") ? SizeMeasure::logical : SizeMeasure::allocated;
@@ -267,6 +316,16 @@ std::vector<Command> queryCommands()
           0,
           1},
          topCommand},
+        {{"ls",
+          "PATH [--focus DIR] [--recursive] [--sort name|allocated|logical|items|kind|modified] [--asc] [filters]",
+          "List a folder's items (or everything below it) in any column order.",
+          withFilters({{"focus", "DIR", "The folder to list (default: the scanned folder)."},
+                       {"recursive", "", "Everything below the folder, not only its direct items."},
+                       {"sort", "FIELD", "name, allocated, logical, items, kind or modified (default: size)."},
+                       {"asc", "", "Ascending instead of descending."}}),
+          0,
+          1},
+         lsCommand},
         {{"types",
           "PATH [--focus DIR] [--logical] [--json]",
           "Show how the bytes split by file type, in total and by folder.",

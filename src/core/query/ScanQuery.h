@@ -18,6 +18,11 @@ namespace tarnbridge {
 // Seconds since the Unix epoch, as the scan's dates are.
 std::int64_t currentTime();
 
+// The columns a listing can be ordered by. The two sizes are fixed columns, whatever the
+// query measures.
+enum class ScanSortField : std::uint8_t { name, allocatedSize, logicalSize, itemCount, kindName, modified };
+enum class SortOrder : std::uint8_t { descending, ascending };
+
 // Which records a bounded ranking considers.
 enum class RankingScope : std::uint8_t { current, files, folders };
 std::string_view rawValue(RankingScope scope); // "In this folder", …
@@ -64,6 +69,15 @@ struct ScanQuery {
                           std::int64_t limit, const CancellationFlag* cancellation = nullptr) const;
     std::vector<DiskNode> ranked(const ScanResult& scan, std::string_view focus, RankingScope scope,
                                  const CancellationFlag* cancellation = nullptr) const;
+
+    // The passing records below `focus`, ordered by one column; ties always in ascending path
+    // order. Names compare as a file manager does ("file2" before "file10", any case).
+    std::vector<NodeId> sortedIds(const ScanResult& scan, std::string_view focus, bool recursive,
+                                  ScanSortField field, SortOrder order,
+                                  const CancellationFlag* cancellation = nullptr) const;
+    std::vector<std::string> sortedPaths(const ScanResult& scan, std::string_view focus, bool recursive,
+                                         ScanSortField field, SortOrder order,
+                                         const CancellationFlag* cancellation = nullptr) const;
 
     // Everything of a scope, unfiltered, biggest first (ties by path).
     static std::vector<DiskNode> items(RankingScope scope, const ScanResult& scan, std::string_view focus,

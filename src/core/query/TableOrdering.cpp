@@ -1,0 +1,114 @@
+#include <QCollator>
+#include <QCollatorSortKey>
+#include <QString>
+
+#include <algorithm>
+#include <map>
+
+#include "query/ScanPresentation.h"
+#include "query/ScanQuery.h"
+
+namespace tarnbridge {
+
+namespace {
+
+// Natural, case-insensitive order of the user's locale, as a file manager sorts names.
+QCollator naturalCollator()
+{
+    QCollator collator;
+    collator.setNumericMode(true);
+    collator.setCaseSensitivity(Qt::CaseInsensitive);
+    return collator;
+}
+
+} // namespace
+
+std::vector<NodeId> ScanQuery::sortedIds(const ScanResult& scan, std::string_view focus, bool recursive,
+                                         ScanSortField field, SortOrder order,
+                                         const CancellationFlag* cancellation) const
+{
+    const ScanData& d = scan.data();
+    std::vector<NodeId> ids;
+    forEach(scan, focus, recursive, currentTime(), [&](NodeId id) { ids.push_back(id); }, cancellation);
+
+    // One small key per row, computed once: a number, or a rank/sort key for text.
+    struct Row {
+        NodeId id;
+        std::int64_t number;
+        std::uint32_t text; // index into `keys` for names
+    };
+    std::vector<Row> rows;
+    rows.reserve(ids.size());
+    std::vector<QCollatorSortKey> keys;
+    const QCollator collator = naturalCollator();
+    std::map<std::string_view, std::int64_t> kindRanks;
+    if (field == ScanSortField::kindName) {
+        // A handful of distinct words: rank them once with the collator.
+        std::vector<std::string_view> words;
+        for (NodeId id : ids)
+            words.push_back(kindName(d, id));
+        std::sort(words.begin(), words.end());
+        words.erase(std::unique(words.begin(), words.end()), words.end());
+        std::stable_sort(words.begin(), words.end(), [&](std::string_view a, std::string_view b) {
+            return collator.compare(QString::fromUtf8(a.data(), qsizetype(a.size())),
+                                    QString::fromUtf8(b.data(), qsizetype(b.size()))) < 0;
+        });
+        for (std::size_t i = 0; i < words.size(); ++i)
+            kindRanks[words[i]] = std::int64_t(i);
+    }
+    std::uint64_t step = 0;
+    for (NodeId id : ids) {
+        if (cancellation && (++step & 1023) == 0)
+            cancellation->check();
+        const NodeRecord& r = d[id];
+        Row row{id, 0, 0};
+        switch (field) {
+        case ScanSortField::name: {
+            const std::string_view name = d.name(id);
+            row.text = std::uint32_t(keys.size());
+            keys.push_back(collator.sortKey(QString::fromUtf8(name.data(), qsizetype(name.size()))));
+            break;
+        }
+        case ScanSortField::allocatedSize: row.number = r.allocatedSize; break;
+        case ScanSortField::logicalSize: row.number = r.logicalSize; break;
+        case ScanSortField::itemCount: row.number = itemCount(r); break;
+        case ScanSortField::kindName: row.number = kindRanks[kindName(d, id)]; break;
+        case ScanSortField::modified: row.number = r.modifiedSeconds; break;
+        }
+        rows.push_back(row);
+    }
+
+    std::uint64_t comparisons = 0;
+    const bool ascending = order == SortOrder::ascending;
+    std::stable_sort(rows.begin(), rows.end(), [&](const Row& a, const Row& b) {
+        if (cancellation && (++comparisons & 1023) == 0)
+            cancellation->check();
+        int r = 0;
+        if (field == ScanSortField::name)
+            r = keys[a.text].compare(keys[b.text]);
+        else
+            r = a.number < b.number ? -1 : (a.number > b.number ? 1 : 0);
+        if (r != 0)
+            return ascending ? r < 0 : r > 0;
+        return comparePaths(d, a.id, b.id) < 0;
+    });
+    if (cancellation)
+        cancellation->check();
+    std::vector<NodeId> out;
+    out.reserve(rows.size());
+    for (const Row& row : rows)
+        out.push_back(row.id);
+    return out;
+}
+
+std::vector<std::string> ScanQuery::sortedPaths(const ScanResult& scan, std::string_view focus, bool recursive,
+                                                ScanSortField field, SortOrder order,
+                                                const CancellationFlag* cancellation) const
+{
+    std::vector<std::string> out;
+    for (NodeId id : sortedIds(scan, focus, recursive, field, order, cancellation))
+        out.push_back(scan->path(id));
+    return out;
+}
+
+} // namespace tarnbridge
