@@ -1,0 +1,144 @@
+#include "query/AgeSummary.h"
+
+#include <QDateTime>
+
+#include <algorithm>
+
+namespace tarnbridge {
+
+const std::array<AgeRange, 6>& allAgeRanges()
+{
+    static const std::array<AgeRange, 6> ranges{AgeRange::week, AgeRange::month, AgeRange::quarter,
+                                                AgeRange::year, AgeRange::twoYears, AgeRange::older};
+    return ranges;
+}
+
+std::string_view title(AgeRange range)
+{
+    static constexpr std::string_view titles[] = {"Last 7 days", "8–30 days", "1–3 months",
+                                                  "3–12 months", "1–2 years", "Over 2 years"};
+    return titles[std::size_t(range)];
+}
+
+AgeRange containing(std::int64_t date, std::int64_t now)
+{
+    const double days = double(now - date) / 86400.0;
+    if (!(days >= 0) || days <= 7)
+        return AgeRange::week;
+    if (days <= 30)
+        return AgeRange::month;
+    if (days <= 90)
+        return AgeRange::quarter;
+    if (days <= 365)
+        return AgeRange::year;
+    if (days <= 730)
+        return AgeRange::twoYears;
+    return AgeRange::older;
+}
+
+MonthCalendar::MonthCalendar(QTimeZone zone) : zone_(std::move(zone)) {}
+
+void MonthCalendar::cover(int year)
+{
+    if (lastYear_ < firstYear_) {
+        firstYear_ = lastYear_ = year;
+    } else {
+        firstYear_ = std::min(firstYear_, year);
+        lastYear_ = std::max(lastYear_, year);
+    }
+    starts_.clear();
+    for (int y = firstYear_; y <= lastYear_ + 1; ++y)
+        for (int m = 1; m <= 12; ++m)
+            starts_.emplace_back(QDateTime(QDate(y, m, 1), QTime(0, 0), zone_).toSecsSinceEpoch(),
+                                 ModificationMonth{y, m});
+}
+
+ModificationMonth MonthCalendar::month(std::int64_t unixSeconds)
+{
+    if (starts_.empty() || unixSeconds < starts_.front().first || unixSeconds >= starts_.back().first) {
+        const QDate date = QDateTime::fromSecsSinceEpoch(unixSeconds, zone_).date();
+        if (!date.isValid())
+            return {};
+        cover(date.year());
+    }
+    auto it = std::upper_bound(starts_.begin(), starts_.end(), unixSeconds,
+                               [](std::int64_t t, const auto& start) { return t < start.first; });
+    return std::prev(it)->second;
+}
+
+void AgeSummary::add(NodeId id, SizeMeasure measure, std::int64_t now, MonthCalendar& calendar)
+{
+    const NodeRecord& r = scan.data()[id];
+    if (r.isDirectory())
+        return;
+    const AgeRange range = containing(r.modifiedSeconds, now);
+    const ModificationMonth month = calendar.month(r.modifiedSeconds);
+    const std::int64_t bytes = r.bytes(measure);
+    totals[std::size_t(range)] += bytes;
+    months[month] += bytes;
+    constexpr std::int64_t year = 31'536'000;
+    const bool untouched = r.logicalSize >= 40'000'000 && now - r.modifiedSeconds > year &&
+                           now - r.accessedSeconds > year;
+    entries.push_back({id, bytes, range, month, untouched});
+}
+
+void AgeSummary::sortEntries(const CancellationFlag* cancellation)
+{
+    std::uint64_t comparisons = 0;
+    const ScanData& d = scan.data();
+    std::stable_sort(entries.begin(), entries.end(), [&](const Entry& a, const Entry& b) {
+        if (cancellation && (++comparisons & 1023) == 0)
+            cancellation->check();
+        if (a.bytes != b.bytes)
+            return a.bytes > b.bytes;
+        return comparePaths(d, a.id, b.id) < 0;
+    });
+    if (cancellation)
+        cancellation->check();
+}
+
+AgeSummary AgeSummary::make(const ScanResult& scan, std::string_view focus, const ScanQuery& query,
+                            std::int64_t now, MonthCalendar& calendar, const CancellationFlag* cancellation)
+{
+    AgeSummary summary;
+    summary.scan = scan;
+    query.forEach(scan, focus, true, now, [&](NodeId id) { summary.add(id, query.measure, now, calendar); },
+                  cancellation);
+    summary.sortEntries(cancellation);
+    return summary;
+}
+
+AgeSummary AgeSummary::make(const ScanResult& scan, const std::vector<NodeId>& nodes, SizeMeasure measure,
+                            std::int64_t now, MonthCalendar& calendar, const CancellationFlag* cancellation)
+{
+    AgeSummary summary;
+    summary.scan = scan;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        if (cancellation && i % 512 == 0)
+            cancellation->check();
+        summary.add(nodes[i], measure, now, calendar);
+    }
+    summary.sortEntries(cancellation);
+    return summary;
+}
+
+AgeListing AgeSummary::listing(std::optional<AgeRange> range, std::optional<ModificationMonth> month,
+                               const CancellationFlag* cancellation) const
+{
+    AgeListing out;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        if (cancellation && i % 512 == 0)
+            cancellation->check();
+        const Entry& e = entries[i];
+        const bool selected = month ? e.month == *month : (range ? e.range == *range : e.untouched);
+        if (!selected)
+            continue;
+        out.paths.push_back(scan->path(e.id));
+        out.bytes += e.bytes;
+    }
+    if (cancellation)
+        cancellation->check();
+    return out;
+}
+
+} // namespace tarnbridge
