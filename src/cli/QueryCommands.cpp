@@ -1,7 +1,9 @@
+#include <QDate>
 #include <QDateTime>
 #include <QLocale>
 
 #include <algorithm>
+#include <cstdio>
 #include <ostream>
 
 #include "Cli.h"
@@ -9,6 +11,7 @@
 #include "model/Errors.h"
 #include "model/Formatting.h"
 #include "model/PathText.h"
+#include "query/AgeSummary.h"
 #include "query/FileCategory.h"
 #include "query/ScanPresentation.h"
 #include "query/ScanQuery.h"
@@ -190,6 +193,77 @@ int lsCommand(const Arguments& args, Context& context)
     return exitOk;
 }
 
+int ageCommand(const Arguments& args, Context& context)
+{
+    const ScanQuery query = queryFrom(args);
+    std::optional<AgeRange> range;
+    std::optional<ModificationMonth> month;
+    if (const auto r = args.value("range")) {
+        const std::pair<const char*, AgeRange> names[] = {
+            {"week", AgeRange::week}, {"month", AgeRange::month}, {"quarter", AgeRange::quarter},
+            {"year", AgeRange::year}, {"two-years", AgeRange::twoYears}, {"older", AgeRange::older}};
+        const auto it = std::find_if(std::begin(names), std::end(names), [&](const auto& n) { return *r == n.first; });
+        if (it == std::end(names))
+            throw UsageError("--range takes week, month, quarter, year, two-years or older.");
+        range = it->second;
+    }
+    if (const auto m = args.value("month")) {
+        const QDate date = QDate::fromString(QString::fromStdString(*m), QStringLiteral("yyyy-MM"));
+        if (!date.isValid())
+            throw UsageError("--month takes a month as YYYY-MM, for example 2024-03.");
+        month = ModificationMonth{date.year(), date.month()};
+    }
+    const ScanResult scan = scanFor(args, context, "age");
+    const NodeId focus = focusOf(args, scan);
+    MonthCalendar calendar;
+    const AgeSummary summary =
+        AgeSummary::make(scan, scan->path(focus), query, currentTime(), calendar, &context.cancellation);
+    const AgeListing listing = summary.listing(range, month, &context.cancellation);
+    if (args.has("json")) {
+        for (const std::string& path : listing.paths)
+            context.out << jsonRow(*scan.node(path)) << '\n';
+        return exitOk;
+    }
+    std::int64_t whole = 0;
+    for (std::int64_t bytes : summary.totals)
+        whole += bytes;
+    context.out << "Age of the files below " << shown(scan->path(focus)) << "\n\n";
+    Table classes({{"Last changed", Align::left}, {"Size", Align::right}, {"Share", Align::right}});
+    for (AgeRange r : allAgeRanges())
+        classes.add({std::string(title(r)), formattedBytes(summary.totals[std::size_t(r)]),
+                     formattedShare(summary.totals[std::size_t(r)], whole)});
+    classes.print(context.out, "  ");
+    if (!summary.months.empty()) {
+        context.out << "\nBy month (most recent 12)\n\n";
+        Table months({{"Month", Align::left}, {"Size", Align::right}});
+        int shownMonths = 0;
+        for (auto it = summary.months.rbegin(); it != summary.months.rend() && shownMonths < 12; ++it, ++shownMonths) {
+            char label[16];
+            std::snprintf(label, sizeof label, "%04d-%02d", it->first.year, it->first.month);
+            months.add({label, formattedBytes(it->second)});
+        }
+        months.print(context.out, "  ");
+    }
+    context.out << "\n";
+    if (month) {
+        char label[16];
+        std::snprintf(label, sizeof label, "%04d-%02d", month->year, month->month);
+        context.out << "Changed in " << label;
+    } else if (range) {
+        context.out << title(*range);
+    } else {
+        context.out << "Large files untouched for a year (40 MB or more, neither changed nor opened)";
+    }
+    context.out << ": " << withSeparators(std::int64_t(listing.paths.size())) << " files, "
+                << formattedBytes(listing.bytes) << "\n";
+    const std::size_t limit = std::size_t(args.integer("limit", 20, 0, 1'000'000'000));
+    for (std::size_t i = 0; i < listing.paths.size() && i < limit; ++i)
+        context.out << "  " << shown(listing.paths[i]) << '\n';
+    if (listing.paths.size() > limit)
+        context.out << "  … and " << withSeparators(std::int64_t(listing.paths.size() - limit)) << " more\n";
+    return exitOk;
+}
+
 int typesCommand(const Arguments& args, Context& context)
 {
     const SizeMeasure measure = args.has("logical") ? SizeMeasure::logical : SizeMeasure::allocated;
@@ -326,6 +400,16 @@ std::vector<Command> queryCommands()
           0,
           1},
          lsCommand},
+        {{"age",
+          "PATH [--focus DIR] [--range CLASS|--month YYYY-MM] [--limit N] [filters]",
+          "Show how old the files are, by age class and month, and list one class or month.",
+          withFilters({{"focus", "DIR", "A folder of the scan (default: the scanned folder)."},
+                       {"range", "CLASS", "List one class: week, month, quarter, year, two-years, older."},
+                       {"month", "YYYY-MM", "List the files last changed in one month."},
+                       {"limit", "N", "How many files of the listing to print (default 20)."}}),
+          0,
+          1},
+         ageCommand},
         {{"types",
           "PATH [--focus DIR] [--logical] [--json]",
           "Show how the bytes split by file type, in total and by folder.",

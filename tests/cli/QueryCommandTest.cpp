@@ -2,6 +2,7 @@
 
 #include <sstream>
 
+#include "query/AgeSummary.h"
 #include "query/ScanPresentation.h"
 #include "query/ScanQuery.h"
 #include "scan/DiskScanner.h"
@@ -117,4 +118,34 @@ TEST(QueryCommands, TypesAndWinsPrintWhatTheLibraryComputes)
     EXPECT_EQ(expected.size(), 3u); // Downloads, node_modules, build
     const auto text = runProcess({cliPath(), "wins", "--from", saved});
     EXPECT_NE(text.out.find("Downloaded files may be your only copy."), std::string::npos) << text.out;
+}
+
+TEST(QueryCommands, AgeAndLsAgreeWithTheLibrary)
+{
+    TempTree tree;
+    const std::int64_t now = currentTime();
+    for (int i = 0; i < 12; ++i) {
+        const std::string name = "f" + std::to_string(i) + ".bin";
+        tree.file("d/" + name, 1000 * (i + 1));
+        tree.setModified("d/" + name, now - std::int64_t(i) * 40 * 86400);
+    }
+    CancellationFlag flag;
+    const ScanResult scan = DiskScanner::scan(tree.root(), flag);
+    const std::string saved = tree.path("scan.json");
+    ScanJson::writeFile(scan, saved);
+
+    MonthCalendar calendar;
+    ScanQuery logical;
+    logical.measure = SizeMeasure::logical;
+    const AgeSummary summary = AgeSummary::make(scan, tree.root(), logical, now, calendar);
+    const auto older = summary.listing(AgeRange::year, std::nullopt);
+    ASSERT_FALSE(older.paths.empty());
+    const auto age = runProcess({cliPath(), "age", "--from", saved, "--range", "year", "--logical", "--json"});
+    ASSERT_EQ(age.exitCode, 0) << age.err;
+    EXPECT_EQ(jsonPaths(age.out), older.paths);
+
+    const auto ls = runProcess({cliPath(), "ls", "--from", saved, "--recursive", "--sort", "modified", "--asc", "--json"});
+    ASSERT_EQ(ls.exitCode, 0) << ls.err;
+    EXPECT_EQ(jsonPaths(ls.out), ScanQuery{}.sortedPaths(scan, tree.root(), true, ScanSortField::modified, SortOrder::ascending));
+    EXPECT_EQ(runProcess({cliPath(), "age", "--from", saved, "--month", "March"}).exitCode, 2);
 }
