@@ -220,8 +220,8 @@ int ageCommand(const Arguments& args, Context& context)
         AgeSummary::make(scan, scan->path(focus), query, currentTime(), calendar, &context.cancellation);
     const AgeListing listing = summary.listing(range, month, &context.cancellation);
     if (args.has("json")) {
-        for (const std::string& path : listing.paths)
-            context.out << jsonRow(*scan.node(path)) << '\n';
+        for (NodeId id : listing.ids)
+            context.out << jsonRow(scan->node(id)) << '\n';
         return exitOk;
     }
     std::int64_t whole = 0;
@@ -254,13 +254,13 @@ int ageCommand(const Arguments& args, Context& context)
     } else {
         context.out << "Large files untouched for a year (40 MB or more, neither changed nor opened)";
     }
-    context.out << ": " << withSeparators(std::int64_t(listing.paths.size())) << " files, "
+    context.out << ": " << withSeparators(std::int64_t(listing.ids.size())) << " files, "
                 << formattedBytes(listing.bytes) << "\n";
     const std::size_t limit = std::size_t(args.integer("limit", 20, 0, 1'000'000'000));
-    for (std::size_t i = 0; i < listing.paths.size() && i < limit; ++i)
-        context.out << "  " << shown(listing.paths[i]) << '\n';
-    if (listing.paths.size() > limit)
-        context.out << "  … and " << withSeparators(std::int64_t(listing.paths.size() - limit)) << " more\n";
+    for (std::size_t i = 0; i < listing.ids.size() && i < limit; ++i)
+        context.out << "  " << shown(scan->path(listing.ids[i])) << '\n';
+    if (listing.ids.size() > limit)
+        context.out << "  … and " << withSeparators(std::int64_t(listing.ids.size() - limit)) << " more\n";
     return exitOk;
 }
 

@@ -139,10 +139,10 @@ TEST(QueryCommands, AgeAndLsAgreeWithTheLibrary)
     logical.measure = SizeMeasure::logical;
     const AgeSummary summary = AgeSummary::make(scan, tree.root(), logical, now, calendar);
     const auto older = summary.listing(AgeRange::year, std::nullopt);
-    ASSERT_FALSE(older.paths.empty());
+    ASSERT_FALSE(older.ids.empty());
     const auto age = runProcess({cliPath(), "age", "--from", saved, "--range", "year", "--logical", "--json"});
     ASSERT_EQ(age.exitCode, 0) << age.err;
-    EXPECT_EQ(jsonPaths(age.out), older.paths);
+    EXPECT_EQ(jsonPaths(age.out), older.paths(scan));
 
     const auto ls = runProcess({cliPath(), "ls", "--from", saved, "--recursive", "--sort", "modified", "--asc", "--json"});
     ASSERT_EQ(ls.exitCode, 0) << ls.err;

@@ -1,5 +1,7 @@
 #include "model/PathText.h"
 
+#include <algorithm>
+
 #include <QString>
 
 #include "model/TextEncoding.h"
@@ -52,19 +54,53 @@ int byteCompare(std::string_view a, std::string_view b)
 }
 } // namespace
 
+namespace {
+// NFC of each stretch of valid UTF-8, stray bytes kept as they are: UTF-8 byte order of the
+// result is scalar order, and a stray byte anywhere in a path does not change how the rest of
+// it compares. '/' never composes, so comparing two names this way agrees with comparing the
+// paths they end.
+std::string normalizedForOrder(std::string_view text)
+{
+    std::string out;
+    out.reserve(text.size());
+    const auto* s = reinterpret_cast<const unsigned char*>(text.data());
+    std::size_t i = 0;
+    while (i < text.size()) {
+        std::size_t run = i;
+        while (run < text.size()) {
+            const std::size_t length = utf8SequenceLength(s + run, text.size() - run);
+            if (length == 0)
+                break;
+            run += length;
+        }
+        if (run > i) {
+            const QByteArray composed = QString::fromUtf8(text.data() + i, qsizetype(run - i))
+                                            .normalized(QString::NormalizationForm_C)
+                                            .toUtf8();
+            out.append(composed.constData(), std::size_t(composed.size()));
+        }
+        if (run < text.size())
+            out.push_back(text[run++]);
+        i = run;
+    }
+    return out;
+}
+} // namespace
+
 int compare(std::string_view a, std::string_view b)
 {
-    if ((alreadyComposed(a) && alreadyComposed(b)) || !isValidUtf8(a) || !isValidUtf8(b))
-        return byteCompare(a, b);
-    // UTF-8 byte order is scalar order, so comparing the NFC forms byte by byte is enough.
-    const QByteArray na = QString::fromUtf8(a.data(), qsizetype(a.size()))
-                              .normalized(QString::NormalizationForm_C)
-                              .toUtf8();
-    const QByteArray nb = QString::fromUtf8(b.data(), qsizetype(b.size()))
-                              .normalized(QString::NormalizationForm_C)
-                              .toUtf8();
-    return byteCompare(std::string_view(na.constData(), size_t(na.size())),
-                       std::string_view(nb.constData(), size_t(nb.size())));
+    // Paths share long prefixes: find where they part, and look for text that normalisation
+    // could change only from there on. The common prefix normalises alike in both.
+    const std::size_t common = std::min(a.size(), b.size());
+    std::size_t i = 0;
+    while (i < common && a[i] == b[i])
+        ++i;
+    if (i == common)
+        return a.size() == b.size() ? 0 : (a.size() < b.size() ? -1 : 1);
+    if (alreadyComposed(a.substr(i)) && alreadyComposed(b.substr(i)))
+        return static_cast<unsigned char>(a[i]) < static_cast<unsigned char>(b[i]) ? -1 : 1;
+    const std::string na = normalizedForOrder(a), nb = normalizedForOrder(b);
+    return byteCompare(na, nb);
 }
 
 std::string join(std::string_view parent, std::string_view name)

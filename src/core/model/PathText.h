@@ -14,9 +14,10 @@ std::string_view pathExtension(std::string_view path);
 // Whether `path` is `root` or lies below it, by text alone ("/a" does not contain "/ab").
 bool contains(std::string_view path, std::string_view root);
 
-// The plain text order of paths: Unicode scalar values after canonical normalisation. For text
-// that is ASCII (the common case) this is byte order and nothing is normalised. Bytes that are
-// not UTF-8 are compared as bytes. Returns <0, 0, >0.
+// The plain text order of paths: Unicode scalar values after canonical normalisation (NFC).
+// For text below U+0300 (the common case) this is byte order and nothing is normalised. Bytes
+// that are not UTF-8 compare as bytes, and the valid text around them is still normalised.
+// Returns <0, 0, >0.
 int compare(std::string_view a, std::string_view b);
 inline bool less(std::string_view a, std::string_view b) { return compare(a, b) < 0; }
 

@@ -172,6 +172,94 @@ void ScanData::buildIndex() const
     }
 }
 
+namespace {
+
+// Order of sibling keys as they stand in full paths: a child's own path ends with its name, and
+// its descendants' paths continue with "/". Comparing "name" or "name/" keys between siblings
+// is comparing the paths they begin, since the parent's path is common to all.
+int compareKeys(std::string_view a, bool aBlock, std::string_view b, bool bBlock)
+{
+    const std::size_t common = std::min(a.size(), b.size());
+    bool plain = true;
+    for (std::size_t i = 0; i < common && plain; ++i)
+        plain = static_cast<unsigned char>(a[i]) < 0xCC && static_cast<unsigned char>(b[i]) < 0xCC;
+    for (std::size_t i = common; i < a.size() && plain; ++i)
+        plain = static_cast<unsigned char>(a[i]) < 0xCC;
+    for (std::size_t i = common; i < b.size() && plain; ++i)
+        plain = static_cast<unsigned char>(b[i]) < 0xCC;
+    if (!plain) {
+        std::string ka(a), kb(b);
+        if (aBlock)
+            ka.push_back('/');
+        if (bBlock)
+            kb.push_back('/');
+        return PathText::compare(ka, kb);
+    }
+    const int c = a.substr(0, common).compare(b.substr(0, common));
+    if (c != 0)
+        return c;
+    // One name is a prefix of the other: the next character decides ("/" for a block, nothing
+    // for the entry itself).
+    const int nextA = a.size() > common ? static_cast<unsigned char>(a[common]) : (aBlock ? '/' : -1);
+    const int nextB = b.size() > common ? static_cast<unsigned char>(b[common]) : (bBlock ? '/' : -1);
+    if (nextA == nextB) {
+        if (a.size() == b.size())
+            return aBlock == bBlock ? 0 : (aBlock ? 1 : -1);
+        // "ab" against the block "a/": decided by 'b' against '/', as above; equal only when
+        // the remaining texts are; cannot happen between distinct siblings.
+        return a.size() < b.size() ? -1 : 1;
+    }
+    return nextA < nextB ? -1 : 1;
+}
+
+} // namespace
+
+void ScanData::buildPathRanks() const
+{
+    pathRanks_.assign(records_.size(), 0);
+    if (records_.size() == 0)
+        return;
+    struct Item {
+        NodeId id;
+        bool block; // the descendants of `id`, rather than `id` itself
+    };
+    struct Level {
+        std::vector<Item> items;
+        std::size_t next = 0;
+    };
+    std::uint32_t rank = 0;
+    pathRanks_[rootId] = rank++;
+    std::vector<Level> stack;
+    auto open = [&](NodeId folder) {
+        Level level;
+        const NodeRecord& r = records_[folder];
+        level.items.reserve(r.childCount * 2);
+        for (std::uint32_t i = 0; i < r.childCount; ++i) {
+            const NodeId child = r.firstChild + i;
+            level.items.push_back({child, false});
+            if (records_[child].childCount)
+                level.items.push_back({child, true});
+        }
+        std::sort(level.items.begin(), level.items.end(), [this](const Item& x, const Item& y) {
+            return compareKeys(name(x.id), x.block, name(y.id), y.block) < 0;
+        });
+        stack.push_back(std::move(level));
+    };
+    open(rootId);
+    while (!stack.empty()) {
+        Level& level = stack.back();
+        if (level.next == level.items.size()) {
+            stack.pop_back();
+            continue;
+        }
+        const Item item = level.items[level.next++];
+        if (item.block)
+            open(item.id);
+        else
+            pathRanks_[item.id] = rank++;
+    }
+}
+
 NodeId ScanData::findChild(NodeId folder, std::string_view childName) const
 {
     const NodeRecord& r = records_[folder];

@@ -183,11 +183,22 @@ public:
     NodeId append(NodeId parent, NodeRecord record, std::string_view name);
     // Done building: the lookup index may be made from here on.
     void seal() { sealed_ = true; }
+    bool sealed() const { return sealed_; }
+
+    // The position of each record in the plain text order of all paths of the scan (root 0),
+    // made on first use of a sealed scan: ties of every sort and ranking then cost one integer
+    // compare instead of two built paths.
+    std::uint32_t pathRank(NodeId id) const
+    {
+        std::call_once(rankOnce_, [this] { buildPathRanks(); });
+        return pathRanks_[id];
+    }
 
     std::size_t memoryBytes() const;
 
 private:
     void buildIndex() const;
+    void buildPathRanks() const;
 
     ChunkedArray<NodeRecord> records_;
     NameBuffer names_;
@@ -196,6 +207,8 @@ private:
     // the children's own range. Made on the first lookup of a sealed scan.
     mutable std::once_flag indexOnce_;
     mutable std::vector<NodeId> byName_;
+    mutable std::once_flag rankOnce_;
+    mutable std::vector<std::uint32_t> pathRanks_;
 };
 
 } // namespace tarnbridge

@@ -84,17 +84,9 @@ void AgeSummary::add(NodeId id, SizeMeasure measure, std::int64_t now, MonthCale
 
 void AgeSummary::sortEntries(const CancellationFlag* cancellation)
 {
-    std::uint64_t comparisons = 0;
-    const ScanData& d = scan.data();
-    std::stable_sort(entries.begin(), entries.end(), [&](const Entry& a, const Entry& b) {
-        if (cancellation && (++comparisons & 1023) == 0)
-            cancellation->check();
-        if (a.bytes != b.bytes)
-            return a.bytes > b.bytes;
-        return comparePaths(d, a.id, b.id) < 0;
-    });
-    if (cancellation)
-        cancellation->check();
+    sortWithPathTies(
+        entries, scan.data(), [](const Entry& a, const Entry& b) { return a.bytes > b.bytes; },
+        [](const Entry& e) { return e.id; }, cancellation);
 }
 
 AgeSummary AgeSummary::make(const ScanResult& scan, std::string_view focus, const ScanQuery& query,
@@ -133,11 +125,20 @@ AgeListing AgeSummary::listing(std::optional<AgeRange> range, std::optional<Modi
         const bool selected = month ? e.month == *month : (range ? e.range == *range : e.untouched);
         if (!selected)
             continue;
-        out.paths.push_back(scan->path(e.id));
+        out.ids.push_back(e.id);
         out.bytes += e.bytes;
     }
     if (cancellation)
         cancellation->check();
+    return out;
+}
+
+std::vector<std::string> AgeListing::paths(const ScanResult& scan) const
+{
+    std::vector<std::string> out;
+    out.reserve(ids.size());
+    for (NodeId id : ids)
+        out.push_back(scan->path(id));
     return out;
 }
 

@@ -43,9 +43,12 @@ private:
     int firstYear_ = 0, lastYear_ = -1;
 };
 
+// The files of one cell, biggest first. Ids, so that a cell of a million files costs no
+// string until its rows are shown.
 struct AgeListing {
-    std::vector<std::string> paths;
+    std::vector<NodeId> ids;
     std::int64_t bytes = 0;
+    std::vector<std::string> paths(const ScanResult& scan) const;
 };
 
 // How old the files below a folder are: bytes by age class and by month, one entry per file

@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <unordered_map>
 #include <unordered_set>
 
 #include "model/PathText.h"
+#include "query/ScanQuery.h"
 
 namespace tarnbridge {
 
@@ -87,6 +89,30 @@ void FileTypeTotals::add(const NodeRecord& record, FileCategory category)
     logical[category] += record.ownLogicalSize();
 }
 
+namespace {
+// Sums in plain arrays while walking; maps only at the end.
+struct Sums {
+    std::array<std::int64_t, 7> allocated{};
+    std::array<std::int64_t, 7> logical{};
+    std::array<bool, 7> seen{};
+    void add(const NodeRecord& r, FileCategory category)
+    {
+        allocated[category] += r.ownAllocatedSize();
+        logical[category] += r.ownLogicalSize();
+        seen[category] = true;
+    }
+    void into(FileTypeTotals& totals) const
+    {
+        for (FileCategory c : FileCategory::allCases()) {
+            if (!seen[c])
+                continue;
+            totals.allocated[c] += allocated[c];
+            totals.logical[c] += logical[c];
+        }
+    }
+};
+} // namespace
+
 TypeDistribution distribution(const ScanResult& scan, std::string_view focus, const CancellationFlag* cancellation)
 {
     TypeDistribution out;
@@ -96,13 +122,14 @@ TypeDistribution distribution(const ScanResult& scan, std::string_view focus, co
         return out;
     const NodeRecord& f = d[start];
     std::uint64_t step = 0;
+    Sums total;
     for (std::uint32_t i = 0; i < f.childCount; ++i) {
         const NodeId child = f.firstChild + i;
         if (!d[child].isDirectory()) {
-            out.total.add(d[child], FileCategory::classify(d.name(child)));
+            total.add(d[child], FileCategory::classify(d.name(child)));
             continue;
         }
-        FileTypeTotals* owner = nullptr;
+        Sums folder;
         bool cancelled = false;
         scan.forEachDescendant(child, [&](NodeId id) {
             if (cancelled || (cancellation && (step++ & 1023) == 0 && cancellation->isCancelled())) {
@@ -110,17 +137,24 @@ TypeDistribution distribution(const ScanResult& scan, std::string_view focus, co
                 return;
             }
             const NodeRecord& r = d[id];
-            if (r.isDirectory())
-                return;
-            const FileCategory category = FileCategory::classify(d.name(id));
-            out.total.add(r, category);
-            if (!owner)
-                owner = &out.folders[d.path(child)];
-            owner->add(r, category);
+            if (!r.isDirectory())
+                folder.add(r, FileCategory::classify(d.name(id)));
         });
         if (cancelled || (cancellation && cancellation->isCancelled()))
             return {};
+        bool any = false;
+        for (FileCategory c : FileCategory::allCases()) {
+            if (!folder.seen[c])
+                continue;
+            any = true;
+            total.allocated[c] += folder.allocated[c];
+            total.logical[c] += folder.logical[c];
+            total.seen[c] = true;
+        }
+        if (any)
+            folder.into(out.folders[d.path(child)]);
     }
+    total.into(out.total);
     return out;
 }
 
@@ -163,95 +197,136 @@ bool isTrashVolumeFolder(std::string_view name)
     return std::all_of(name.begin() + prefix.size(), name.end(), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-// The first rule that applies decides; the Linux rules come after the common ones and never
-// override them.
+// Each folder name belongs to one rule at most, so a table lookup finds the only rule that can
+// apply; its path condition is then checked. Rules by extension come after. This is the same
+// as trying the rules in their order (the Linux ones after the common ones), at the cost of one
+// lookup per record.
+struct NameRule {
+    QuickWinKind kind;
+    const char* pathPart; // the path must contain this, or nothing
+};
+
+const std::unordered_map<std::string_view, NameRule>& folderRules()
+{
+    static const std::unordered_map<std::string_view, NameRule> rules = [] {
+        std::unordered_map<std::string_view, NameRule> r;
+        r.emplace("Downloads", NameRule{QuickWinKind::downloads, nullptr});
+        r.emplace("DerivedData", NameRule{QuickWinKind::derivedData, "/Developer/Xcode/"});
+        r.emplace("Devices", NameRule{QuickWinKind::simulators, "/CoreSimulator/"});
+        r.emplace("node_modules", NameRule{QuickWinKind::dependencies, nullptr});
+        for (const char* name : {".build", "build", "dist", ".next", "target", ".nuxt", "__pycache__", ".pytest_cache",
+                                 ".dart_tool", "Pods", ".turbo", ".parcel-cache"})
+            r.emplace(name, NameRule{QuickWinKind::builds, nullptr});
+        for (const char* name : {".android", ".gradle", "Android"})
+            r.emplace(name, NameRule{QuickWinKind::android, nullptr});
+        for (const char* name : {".colima", ".orbstack", "Virtual Machines.localized", "com.docker.docker", "OrbStack"})
+            r.emplace(name, NameRule{QuickWinKind::virtualMachines, nullptr});
+        r.emplace(".Trash", NameRule{QuickWinKind::trash, nullptr});
+        r.emplace("Mail", NameRule{QuickWinKind::mail, "/Library/"});
+        r.emplace(".cache", NameRule{QuickWinKind::caches, nullptr});
+        r.emplace(".npm", NameRule{QuickWinKind::caches, nullptr});
+        r.emplace("Caches", NameRule{QuickWinKind::caches, "/Library/"});
+        r.emplace("Logs", NameRule{QuickWinKind::caches, "/Library/"});
+        // Linux places.
+        r.emplace("Trash", NameRule{QuickWinKind::trash, "/.local/share/"});
+        r.emplace("journal", NameRule{QuickWinKind::caches, "/var/log/"});
+        for (const char* name : {".venv", "venv", ".tox"})
+            r.emplace(name, NameRule{QuickWinKind::dependencies, nullptr});
+        r.emplace("containers", NameRule{QuickWinKind::virtualMachines, "/.local/share/"});
+        return r;
+    }();
+    return rules;
+}
+
 std::optional<QuickWinKind> classifyWin(const ScanData& d, NodeId id)
 {
     const NodeRecord& r = d[id];
     const std::string_view name = d.name(id);
     const bool folder = r.isDirectory();
-    const std::string ext = lowered(PathText::pathExtension(name));
-    auto pathHas = [&](std::string_view part) { return d.path(id).find(part) != std::string::npos; };
     if (folder) {
-        if (name == "Downloads")
-            return QuickWinKind::downloads;
-        if (name == "DerivedData" && pathHas("/Developer/Xcode/"))
-            return QuickWinKind::derivedData;
-        if (name == "Devices" && pathHas("/CoreSimulator/"))
-            return QuickWinKind::simulators;
-        if (name == "node_modules")
-            return QuickWinKind::dependencies;
-        if (oneOf(name, {".build", "build", "dist", ".next", "target", ".nuxt", "__pycache__", ".pytest_cache",
-                         ".dart_tool", "Pods", ".turbo", ".parcel-cache"}))
-            return QuickWinKind::builds;
-        if (oneOf(name, {".android", ".gradle", "Android"}))
-            return QuickWinKind::android;
-        if (oneOf(name, {".colima", ".orbstack", "Virtual Machines.localized", "com.docker.docker", "OrbStack"}))
-            return QuickWinKind::virtualMachines;
-    }
-    if (oneOf(ext, {"vmdk", "qcow2", "vhdx", "pvm", "vmwarevm"}))
-        return QuickWinKind::virtualMachines;
-    if (folder) {
-        if (name == ".Trash")
-            return QuickWinKind::trash;
-        if (name == "Mail" && pathHas("/Library/"))
-            return QuickWinKind::mail;
-        if (name == ".cache" || name == ".npm")
-            return QuickWinKind::caches;
-        if ((name == "Caches" || name == "Logs") && pathHas("/Library/"))
-            return QuickWinKind::caches;
-    } else {
-        if (oneOf(ext, {"dmg", "pkg", "iso", "sparseimage"}))
-            return QuickWinKind::installers;
-        if (r.logicalSize >= 100'000'000) {
-            const FileCategory c = FileCategory::classify(name);
-            if (c == FileCategory::video || c == FileCategory::audio || c == FileCategory::image)
-                return QuickWinKind::media;
+        const auto& rules = folderRules();
+        if (const auto it = rules.find(name); it != rules.end()) {
+            if (!it->second.pathPart || d.path(id).find(it->second.pathPart) != std::string::npos)
+                return it->second.kind;
         }
-    }
-    // Linux places.
-    if (folder) {
-        if ((name == "Trash" && pathHas("/.local/share/")) || isTrashVolumeFolder(name))
+        if (isTrashVolumeFolder(name))
             return QuickWinKind::trash;
-        if (name == "journal" && pathHas("/var/log/"))
-            return QuickWinKind::caches;
-        if (oneOf(name, {".venv", "venv", ".tox"}))
-            return QuickWinKind::dependencies;
-        if (name == "containers" && pathHas("/.local/share/"))
-            return QuickWinKind::virtualMachines;
-    } else {
-        if (oneOf(ext, {"deb", "rpm", "appimage", "flatpak", "snap"}))
-            return QuickWinKind::installers;
-        if (oneOf(ext, {"vdi", "img"}) && r.logicalSize > 1'000'000'000)
-            return QuickWinKind::virtualMachines;
     }
+    const std::string_view rawExt = PathText::pathExtension(name);
+    if (rawExt.empty() || rawExt.size() > 11)
+        return std::nullopt;
+    char buffer[12];
+    for (std::size_t i = 0; i < rawExt.size(); ++i)
+        buffer[i] = char(std::tolower(static_cast<unsigned char>(rawExt[i])));
+    const std::string_view ext(buffer, rawExt.size());
+    // Which extension rule could apply: 1 virtual disks (any record), 2 installers, 3 Linux
+    // installers, 4 Linux disk images over 1 GB.
+    static const std::unordered_map<std::string_view, int> extensionRules = [] {
+        std::unordered_map<std::string_view, int> m;
+        for (const char* e : {"vmdk", "qcow2", "vhdx", "pvm", "vmwarevm"})
+            m.emplace(e, 1);
+        for (const char* e : {"dmg", "pkg", "iso", "sparseimage"})
+            m.emplace(e, 2);
+        for (const char* e : {"deb", "rpm", "appimage", "flatpak", "snap"})
+            m.emplace(e, 3);
+        for (const char* e : {"vdi", "img"})
+            m.emplace(e, 4);
+        return m;
+    }();
+    const auto rule = extensionRules.find(ext);
+    const int which = rule == extensionRules.end() ? 0 : rule->second;
+    if (which == 1)
+        return QuickWinKind::virtualMachines;
+    if (folder)
+        return std::nullopt;
+    if (which == 2)
+        return QuickWinKind::installers;
+    if (r.logicalSize >= 100'000'000) {
+        const FileCategory c = FileCategory::classify(name);
+        if (c == FileCategory::video || c == FileCategory::audio || c == FileCategory::image)
+            return QuickWinKind::media;
+    }
+    if (which == 3)
+        return QuickWinKind::installers;
+    if (which == 4 && r.logicalSize > 1'000'000'000)
+        return QuickWinKind::virtualMachines;
     return std::nullopt;
 }
 
 // Ids of which no ancestor is among them, in plain path order.
-std::vector<NodeId> topmostIds(const ScanData& d, const std::vector<NodeId>& ids)
+std::vector<NodeId> topmostIds(const ScanData& d, std::vector<NodeId> ids)
 {
-    const std::unordered_set<NodeId> set(ids.begin(), ids.end());
+    std::sort(ids.begin(), ids.end());
+    ids.erase(std::unique(ids.begin(), ids.end()), ids.end());
     std::vector<NodeId> kept;
-    std::unordered_set<NodeId> seen;
     for (NodeId id : ids) {
-        if (!seen.insert(id).second)
-            continue;
         bool inside = false;
         for (NodeId up = d[id].parent; up != kNoNode && !inside; up = d[up].parent)
-            inside = set.count(up) > 0;
+            inside = std::binary_search(ids.begin(), ids.end(), up);
         if (!inside)
             kept.push_back(id);
     }
-    std::vector<std::pair<std::string, NodeId>> byPath;
-    for (NodeId id : kept)
-        byPath.emplace_back(d.path(id), id);
-    std::stable_sort(byPath.begin(), byPath.end(),
-                     [](const auto& a, const auto& b) { return PathText::compare(a.first, b.first) < 0; });
-    std::vector<NodeId> out;
-    for (const auto& [path, id] : byPath)
-        out.push_back(id);
-    return out;
+    std::sort(kept.begin(), kept.end(), [&](NodeId a, NodeId b) { return comparePaths(d, a, b) < 0; });
+    return kept;
+}
+
+std::array<std::vector<NodeId>, 12> discoverIds(const ScanData& d, const CancellationFlag* cancellation)
+{
+    std::array<std::vector<NodeId>, 12> matches;
+    for (NodeId id = 1; id < d.size(); ++id) {
+        if (cancellation && (id & 4095) == 0)
+            cancellation->check();
+        if (d[id].isSymbolicLink())
+            continue;
+        if (const auto kind = classifyWin(d, id))
+            matches[std::size_t(*kind)].push_back(id);
+    }
+    for (auto& ids : matches) {
+        ids = topmostIds(d, std::move(ids));
+        std::stable_sort(ids.begin(), ids.end(),
+                         [&](NodeId a, NodeId b) { return d[a].allocatedSize > d[b].allocatedSize; });
+    }
+    return matches;
 }
 
 } // namespace
@@ -280,20 +355,11 @@ std::int64_t QuickWin::bytes() const
 std::vector<QuickWin> QuickWin::discover(const ScanResult& scan)
 {
     const ScanData& d = scan.data();
-    std::array<std::vector<NodeId>, 12> matches;
-    for (NodeId id = 1; id < d.size(); ++id) {
-        if (d[id].isSymbolicLink())
-            continue;
-        if (const auto kind = classifyWin(d, id))
-            matches[std::size_t(*kind)].push_back(id);
-    }
+    const auto matches = discoverIds(d, nullptr);
     std::vector<QuickWin> out;
     for (QuickWinKind kind : allQuickWinKinds()) {
-        std::vector<NodeId> ids = topmostIds(d, matches[std::size_t(kind)]);
-        std::stable_sort(ids.begin(), ids.end(),
-                         [&](NodeId a, NodeId b) { return d[a].allocatedSize > d[b].allocatedSize; });
         QuickWin win{kind, {}};
-        for (NodeId id : ids)
+        for (NodeId id : matches[std::size_t(kind)])
             win.nodes.push_back(d.node(id));
         out.push_back(std::move(win));
     }
@@ -334,12 +400,19 @@ ScanPresentation ScanPresentation::make(const ScanResult& scan, const Cancellati
     TypeDistribution types = distribution(scan, scan.rootPath(), cancellation);
     p.types = std::move(types.total);
     p.folderTypes = std::move(types.folders);
-    p.quickWins = QuickWin::discover(scan);
-    std::vector<DiskNode> all;
-    for (const QuickWin& win : p.quickWins)
-        all.insert(all.end(), win.nodes.begin(), win.nodes.end());
-    for (const DiskNode& n : QuickWin::topmost(all))
-        p.uniqueQuickWinBytes += n.allocatedSize;
+    const ScanData& d = scan.data();
+    const auto matches = discoverIds(d, cancellation);
+    std::vector<NodeId> all;
+    for (QuickWinKind kind : allQuickWinKinds()) {
+        QuickWin win{kind, {}};
+        for (NodeId id : matches[std::size_t(kind)]) {
+            win.nodes.push_back(d.node(id));
+            all.push_back(id);
+        }
+        p.quickWins.push_back(std::move(win));
+    }
+    for (NodeId id : topmostIds(d, std::move(all)))
+        p.uniqueQuickWinBytes += d[id].allocatedSize;
     return p;
 }
 

@@ -31,6 +31,10 @@ int comparePaths(const ScanData& scan, NodeId a, NodeId b)
         return 0;
     if (scan[a].parent == scan[b].parent)
         return PathText::compare(scan.name(a), scan.name(b));
+    if (scan.sealed()) {
+        const std::uint32_t ra = scan.pathRank(a), rb = scan.pathRank(b);
+        return ra < rb ? -1 : 1;
+    }
     thread_local std::string left, right;
     left.clear();
     right.clear();
@@ -255,12 +259,9 @@ std::vector<DiskNode> ScanQuery::items(RankingScope scope, const ScanResult& sca
     for (NodeId id = 1; id < d.size(); ++id)
         if (d[id].isDirectory() == (scope == RankingScope::folders))
             ids.push_back(id);
-    std::stable_sort(ids.begin(), ids.end(), [&](NodeId a, NodeId b) {
-        const std::int64_t sa = d[a].bytes(measure), sb = d[b].bytes(measure);
-        if (sa != sb)
-            return sa > sb;
-        return comparePaths(d, a, b) < 0;
-    });
+    sortWithPathTies(
+        ids, d, [&](NodeId a, NodeId b) { return d[a].bytes(measure) > d[b].bytes(measure); },
+        [](NodeId id) { return id; }, nullptr);
     std::vector<DiskNode> out;
     out.reserve(ids.size());
     for (NodeId id : ids)

@@ -92,4 +92,13 @@ private:
 // name; others by their whole paths, built only then.
 int comparePaths(const ScanData& scan, NodeId a, NodeId b);
 
+// Sorts `items` by `before` (a strict order on their values), ties in plain path order: by
+// the scan's path ranks once it is sealed, else by paths built once per tied item. `idOf`
+// gives an item's NodeId. Polls `cancellation` every 1024 comparisons.
+template <class Item, class Before, class IdOf>
+void sortWithPathTies(std::vector<Item>& items, const ScanData& scan, Before before, IdOf idOf,
+                      const CancellationFlag* cancellation);
+
 } // namespace tarnbridge
+
+#include "query/SortWithPathTies.h"

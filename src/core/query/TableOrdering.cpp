@@ -78,22 +78,16 @@ std::vector<NodeId> ScanQuery::sortedIds(const ScanResult& scan, std::string_vie
         rows.push_back(row);
     }
 
-    std::uint64_t comparisons = 0;
     const bool ascending = order == SortOrder::ascending;
-    std::stable_sort(rows.begin(), rows.end(), [&](const Row& a, const Row& b) {
-        if (cancellation && (++comparisons & 1023) == 0)
-            cancellation->check();
-        int r = 0;
-        if (field == ScanSortField::name)
-            r = keys[a.text].compare(keys[b.text]);
-        else
-            r = a.number < b.number ? -1 : (a.number > b.number ? 1 : 0);
-        if (r != 0)
+    sortWithPathTies(
+        rows, d,
+        [&](const Row& a, const Row& b) {
+            const int r = field == ScanSortField::name
+                              ? keys[a.text].compare(keys[b.text])
+                              : (a.number < b.number ? -1 : (a.number > b.number ? 1 : 0));
             return ascending ? r < 0 : r > 0;
-        return comparePaths(d, a.id, b.id) < 0;
-    });
-    if (cancellation)
-        cancellation->check();
+        },
+        [](const Row& row) { return row.id; }, cancellation);
     std::vector<NodeId> out;
     out.reserve(rows.size());
     for (const Row& row : rows)

@@ -1,6 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
+
+#include "model/PathText.h"
 
 #include "model/CancellationFlag.h"
 #include "model/Errors.h"
@@ -131,4 +134,45 @@ TEST(CancellationFlag, StaysCancelled)
     flag.cancel();
     EXPECT_TRUE(flag.isCancelled());
     EXPECT_THROW(flag.check(), CancellationError);
+}
+
+TEST(ScanData, PathRanksFollowThePlainOrderOfWholePaths)
+{
+    // Names built to catch the cases where sorting folder by folder differs from sorting whole
+    // paths: a name that continues another with a character below "/" (".", "-", " "), names
+    // in composed and decomposed form, and bytes that are not UTF-8.
+    const std::vector<std::string> names{"a", "a.txt", "a-b", "a b", "a0", "A", "b", "\xC3\xA9",
+                                         "e\xCC\x81x", "\xFF", "ab"};
+    std::mt19937 rng(5);
+    for (int round = 0; round < 20; ++round) {
+        std::vector<tarnbridge::test::FakeEntry> entries;
+        for (int i = 0; i < 60; ++i) {
+            std::string path;
+            const int depth = 1 + int(rng() % 3);
+            for (int d = 0; d < depth; ++d)
+                path += (d ? "/" : "") + names[rng() % names.size()];
+            entries.push_back({path, 1});
+        }
+        // Folders and files with one name cannot coexist: keep the first spelling of each.
+        std::vector<tarnbridge::test::FakeEntry> unique;
+        for (const auto& e : entries) {
+            bool clash = false;
+            for (const auto& u : unique)
+                if (e.path == u.path || u.path.rfind(e.path + "/", 0) == 0 || e.path.rfind(u.path + "/", 0) == 0)
+                    clash = true;
+            if (!clash)
+                unique.push_back(e);
+        }
+        const ScanResult scan = fakeScan("/r", unique);
+        const ScanData& d = scan.data();
+        std::vector<NodeId> byRank(d.size()), byPath(d.size());
+        for (NodeId id = 0; id < d.size(); ++id)
+            byRank[id] = byPath[id] = id;
+        std::sort(byRank.begin(), byRank.end(), [&](NodeId a, NodeId b) { return d.pathRank(a) < d.pathRank(b); });
+        std::stable_sort(byPath.begin(), byPath.end(),
+                         [&](NodeId a, NodeId b) { return PathText::compare(d.path(a), d.path(b)) < 0; });
+        for (std::size_t i = 0; i < byPath.size(); ++i)
+            ASSERT_EQ(PathText::compare(d.path(byRank[i]), d.path(byPath[i])), 0)
+                << "round " << round << " at " << i << ": " << d.path(byRank[i]) << " vs " << d.path(byPath[i]);
+    }
 }

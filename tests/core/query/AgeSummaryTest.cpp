@@ -58,17 +58,17 @@ TEST(AgeSummary, TotalsMonthsUntouchedAndListings)
     EXPECT_EQ(summary.totals[std::size_t(AgeRange::twoYears)], 8192);
     // Untouched uses the logical size even when the query measures allocated bytes.
     const AgeListing untouched = summary.listing(std::nullopt, std::nullopt);
-    EXPECT_EQ(untouched.paths, std::vector<std::string>{"/r/big-old.bin"});
+    EXPECT_EQ(untouched.paths(scan), std::vector<std::string>{"/r/big-old.bin"});
     EXPECT_EQ(untouched.bytes, 4096);
     const AgeListing older = summary.listing(AgeRange::twoYears, std::nullopt);
-    EXPECT_EQ(older.paths, (std::vector<std::string>{"/r/almost.bin", "/r/big-old.bin"})); // ties by path
+    EXPECT_EQ(older.paths(scan), (std::vector<std::string>{"/r/almost.bin", "/r/big-old.bin"})); // ties by path
     const ModificationMonth month = utc.month(kNow - kDay);
-    EXPECT_EQ(summary.listing(AgeRange::older, month).paths, std::vector<std::string>{"/r/sub/new.txt"});
+    EXPECT_EQ(summary.listing(AgeRange::older, month).paths(summary.scan), std::vector<std::string>{"/r/sub/new.txt"});
     EXPECT_EQ(summary.months.at(month), 4096);
 
     // Accessed yesterday: not untouched, however old its last change.
     const ScanResult opened = withAccess({{"big-old.bin", 40'000'000, 4096, old}}, kNow - kDay);
-    EXPECT_TRUE(AgeSummary::make(opened, "/r", ScanQuery{}, kNow, utc).listing(std::nullopt, std::nullopt).paths.empty());
+    EXPECT_TRUE(AgeSummary::make(opened, "/r", ScanQuery{}, kNow, utc).listing(std::nullopt, std::nullopt).ids.empty());
 
     const AgeSummary none = AgeSummary::make(scan, "/r/empty", ScanQuery{}, kNow, utc);
     EXPECT_TRUE(none.entries.empty());

@@ -1,0 +1,192 @@
+// Times the queries on a synthetic scan of 1,000,000 entries held in memory, as ratios to a
+// plain pass that reads every record's size once, measured in the same run.
+//
+//   query_bench [--entries N]
+//
+// Also how long each query takes to stop once its cancellation flag is set.
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "query/AgeSummary.h"
+#include "query/ScanPresentation.h"
+#include "query/ScanQuery.h"
+
+using namespace tarnbridge;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+struct Random {
+    std::uint64_t state;
+    std::uint64_t next()
+    {
+        std::uint64_t z = (state += 0x9E3779B97F4A7C15ull);
+        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
+        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+        return z ^ (z >> 31);
+    }
+    double unit() { return double(next() >> 11) * 0x1.0p-53; }
+};
+
+const char* const kWords[] = {"data", "cache", "photo", "report", "lib", "module", "index", "assets",
+                              "docs", "music", "notes", "draft", "image", "src", "test"};
+// Names the quick wins look for, given to about one folder in a hundred.
+const char* const kClutter[] = {"node_modules", "build", "Downloads", ".cache", "target", "__pycache__"};
+const char* const kExtensions[] = {".txt", ".jpg", ".png", ".so", ".h", ".cpp", ".py", ".json", ".mp4",
+                                   ".pdf", ".gz", ".log", "", ".mov", ".html"};
+
+// Breadth-first: each folder's children are appended together, as the arena wants.
+ScanResult syntheticScan(std::size_t entries)
+{
+    Random rng{42};
+    auto data = std::make_shared<ScanData>();
+    NodeRecord root;
+    root.flags = NodeRecord::directory;
+    root.mode = 040755;
+    data->addRoot("/bench", root);
+    std::vector<NodeId> folders{ScanData::rootId};
+    std::size_t next = 0;
+    const std::int64_t now = currentTime();
+    while (data->size() < entries) {
+        if (next == folders.size())
+            next = 0; // every folder has had its turn: give the oldest more children elsewhere
+        const NodeId folder = folders[next++];
+        if (folder != ScanData::rootId && (*data)[folder].childCount > 0)
+            continue;
+        const std::size_t count = std::min<std::size_t>(entries - data->size(), 2 + rng.next() % 30);
+        for (std::size_t i = 0; i < count; ++i) {
+            NodeRecord r;
+            const bool isFolder = rng.unit() < 0.15;
+            std::string name = kWords[rng.next() % 15];
+            if (isFolder && rng.next() % 100 == 0)
+                name = kClutter[rng.next() % 6];
+            name.push_back('-');
+            name.append(std::to_string(i));
+            if (isFolder) {
+                r.flags = NodeRecord::directory;
+                r.mode = 040755;
+            } else {
+                name += rng.next() % 1000 == 0 ? ".dmg" : kExtensions[rng.next() % 15];
+                r.flags = NodeRecord::regularFile;
+                r.mode = 0100644;
+                r.logicalSize = r.statSize = std::int64_t(std::exp(8.3 + 2.4 * (rng.unit() * 2 - 1) * 1.5));
+                r.allocatedSize = (r.logicalSize + 4095) / 4096 * 4096;
+                r.fileCount = 1;
+            }
+            r.modifiedSeconds = now - std::int64_t(rng.next() % (4 * 365 * 86400));
+            r.accessedSeconds = r.modifiedSeconds;
+            const NodeId id = data->append(folder, r, name);
+            if (isFolder)
+                folders.push_back(id);
+        }
+    }
+    for (std::size_t i = data->size(); i-- > 1;) {
+        const NodeRecord& r = (*data)[NodeId(i)];
+        data->at(r.parent).addTotals(r);
+    }
+    data->seal();
+    return ScanResult(std::move(data));
+}
+
+double secondsOf(const std::function<void()>& work, int repeats = 3)
+{
+    std::vector<double> times;
+    for (int i = 0; i < repeats; ++i) {
+        const auto start = Clock::now();
+        work();
+        times.push_back(std::chrono::duration<double>(Clock::now() - start).count());
+    }
+    std::sort(times.begin(), times.end());
+    return times[times.size() / 2];
+}
+
+// Milliseconds from setting the flag to the query giving up.
+double stopLatency(const std::function<void(const CancellationFlag&)>& work)
+{
+    CancellationFlag flag;
+    Clock::time_point cancelled;
+    std::thread worker([&] {
+        try {
+            work(flag);
+        } catch (const CancellationError&) {
+        }
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    cancelled = Clock::now();
+    flag.cancel();
+    worker.join();
+    return std::chrono::duration<double, std::milli>(Clock::now() - cancelled).count();
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::size_t entries = 1'000'000;
+    for (int i = 1; i + 1 < argc; i += 2)
+        if (std::string(argv[i]) == "--entries")
+            entries = std::strtoull(argv[i + 1], nullptr, 10);
+    const ScanResult scan = syntheticScan(entries);
+    const ScanData& d = scan.data();
+    std::printf("synthetic scan: %zu entries\n\n", scan.nodeCount());
+
+    volatile std::int64_t sink = 0;
+    const double plain = secondsOf([&] {
+        std::int64_t sum = 0;
+        for (NodeId id = 0; id < d.size(); ++id)
+            sum += d[id].allocatedSize;
+        sink = sum;
+    }, 7);
+    std::printf("%-44s %9.1f ms\n\n", "plain pass over every record", plain * 1000);
+
+    struct Row {
+        const char* what;
+        double budget;
+        std::function<void(const CancellationFlag*)> work;
+    };
+    const ScanQuery query;
+    const std::int64_t now = currentTime();
+    MonthCalendar calendar;
+    const AgeSummary summary = AgeSummary::make(scan, "/bench", query, now, calendar);
+    const std::vector<Row> rows{
+        {"rankedPage, files, limit 200", 3,
+         [&](const CancellationFlag* f) { query.rankedPage(scan, "/bench", RankingScope::files, 200, f); }},
+        // The table asks for ids and builds paths only for the rows it shows.
+        {"sortedIds by name, recursive", 40,
+         [&](const CancellationFlag* f) {
+             query.sortedIds(scan, "/bench", true, ScanSortField::name, SortOrder::ascending, f);
+         }},
+        {"sortedIds by size, recursive", 15,
+         [&](const CancellationFlag* f) {
+             query.sortedIds(scan, "/bench", true, ScanSortField::allocatedSize, SortOrder::descending, f);
+         }},
+        {"AgeSummary::make over the root", 15,
+         [&](const CancellationFlag* f) {
+             MonthCalendar c;
+             AgeSummary::make(scan, "/bench", query, now, c, f);
+         }},
+        {"AgeSummary listing (one class)", 2,
+         [&](const CancellationFlag* f) { summary.listing(AgeRange::older, std::nullopt, f); }},
+        {"QuickWin::discover + ScanPresentation::make", 5,
+         [&](const CancellationFlag* f) {
+             QuickWin::discover(scan);
+             ScanPresentation::make(scan, f);
+         }},
+    };
+    std::printf("%-44s %9s %8s %8s %12s\n", "query", "time", "ratio", "budget", "stops in");
+    for (const Row& row : rows) {
+        const double seconds = secondsOf([&] { row.work(nullptr); });
+        const double latency = stopLatency([&](const CancellationFlag& f) { row.work(&f); });
+        std::printf("%-44s %7.1f ms %7.1fx %7.0fx %9.1f ms\n", row.what, seconds * 1000, seconds / plain,
+                    row.budget, latency);
+    }
+    return 0;
+}
