@@ -5,6 +5,7 @@
 
 #include "model/Errors.h"
 #include "model/PathText.h"
+#include "model/ScanPaths.h"
 
 namespace tarnbridge {
 
@@ -66,6 +67,16 @@ std::vector<DiskNode> ScanResult::descendants(std::string_view path) const
     std::vector<DiskNode> out;
     forEachDescendant(id, [&](NodeId child) { out.push_back(data_->node(child)); });
     return out;
+}
+
+std::optional<DiskNode> ScanResult::directory(std::string_view path) const
+{
+    for (const std::string& candidate : ScanPaths::candidates(path)) {
+        const NodeId id = data_->find(candidate);
+        if (id != kNoNode && (*data_)[id].isDirectory() && !(*data_)[id].isSymbolicLink())
+            return data_->node(id);
+    }
+    return std::nullopt;
 }
 
 bool ScanResult::contains(std::string_view path, std::string_view root)

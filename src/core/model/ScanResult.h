@@ -44,6 +44,10 @@ public:
 
     static bool contains(std::string_view path, std::string_view root);
 
+    // The browsable folder a path names, under any of its spellings: a folder that is no
+    // symbolic link, or nothing.
+    std::optional<DiskNode> directory(std::string_view path) const;
+
     // A scan from value records in any order, as a file or a test gives them. Each folder's
     // `children` gives the order of its children. Throws TarnbridgeError naming what is
     // broken: no root, a child or parent that is not a node, a child that names another parent.

@@ -1,6 +1,5 @@
 #include "query/FolderNavigationHistory.h"
 
-#include "model/ScanPaths.h"
 
 namespace tarnbridge {
 
@@ -67,16 +66,6 @@ FolderNavigationHistory FolderNavigationHistory::resolvingPaths(
     rebuild(back, out.back);
     rebuild(forward, out.forward);
     return out;
-}
-
-std::optional<DiskNode> directory(const ScanResult& scan, std::string_view path)
-{
-    for (const std::string& candidate : ScanPaths::candidates(path)) {
-        const NodeId id = scan.find(candidate);
-        if (id != kNoNode && scan.data()[id].isDirectory() && !scan.data()[id].isSymbolicLink())
-            return scan->node(id);
-    }
-    return std::nullopt;
 }
 
 } // namespace tarnbridge

@@ -29,8 +29,4 @@ struct FolderNavigationHistory {
     bool operator==(const FolderNavigationHistory&) const = default;
 };
 
-// The browsable folder a path names in a scan, under any of its spellings: a folder that is no
-// symbolic link, or nothing.
-std::optional<DiskNode> directory(const ScanResult& scan, std::string_view path);
-
 } // namespace tarnbridge

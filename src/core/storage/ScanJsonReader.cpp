@@ -562,6 +562,15 @@ ScanResult Reader::read(simdjson::padded_string_view text)
     return assemble();
 }
 
+// Whether `childPath` is `parentPath` joined with `name`, compared in place: no string per child.
+bool isPathOfChild(std::string_view parentPath, std::string_view name, std::string_view childPath)
+{
+    const bool slash = parentPath.empty() || parentPath.back() != '/';
+    return childPath.size() == parentPath.size() + (slash ? 1 : 0) + name.size() &&
+           childPath.starts_with(parentPath) && (!slash || childPath[parentPath.size()] == '/') &&
+           childPath.ends_with(name);
+}
+
 ScanResult Reader::assemble()
 {
     entries_.resize(paths_.size());
@@ -611,7 +620,7 @@ ScanResult Reader::assemble()
             const Entry& child = entries_[childIndex];
             const std::string_view childPath = paths_[childIndex];
             const std::string_view name = PathText::name(childPath);
-            if (child.parent != index || PathText::join(parentPath, name) != childPath)
+            if (child.parent != index || !isPathOfChild(parentPath, name, childPath))
                 damaged("the child " + inQuotes(childPath) + " of " + inQuotes(parentPath) +
                         " does not name it as its parent.");
             if (placed[childIndex])

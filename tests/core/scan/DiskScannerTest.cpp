@@ -316,3 +316,15 @@ TEST(DiskScanner, NestedVolumesAreSkippedAndReported)
     EXPECT_EQ(scan.issues()[0].path, mountPoint);
     EXPECT_EQ(scan.issues()[0].message, "Nested volume skipped. Scan this volume separately.");
 }
+
+TEST(DiskScanner, DirectoryFindsBrowsableFoldersOnly)
+{
+    TempTree tree;
+    tree.file("real/inner/file", 1);
+    tree.symlink(tree.path("real"), "alias");
+    const ScanResult scan = quietScan(tree.root());
+    EXPECT_EQ(scan.directory(tree.path("real/./inner/"))->path, tree.path("real/inner"));
+    EXPECT_FALSE(scan.directory(tree.path("alias")).has_value()); // a link to a folder
+    EXPECT_FALSE(scan.directory(tree.path("real/inner/file")).has_value());
+    EXPECT_FALSE(scan.directory("relative").has_value());
+}

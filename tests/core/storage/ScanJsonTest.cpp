@@ -193,3 +193,207 @@ TEST(ScanJson, WriteFileIsAtomicAndLeavesNothingBehindOnFailure)
     EXPECT_NO_THROW(ScanJson::writeFile(scan, "/dev/null"));
     EXPECT_THROW(ScanJson::readFile(tree.path("nothing.json")), std::system_error);
 }
+
+namespace {
+
+// A hand-written scan file: `nodes` holds the text of each node, keyed by its (escaped) path.
+struct HandNode {
+    std::string key;    // escaped as it stands in the file
+    std::string parent; // escaped; empty for none
+    std::vector<std::string> children;
+    bool folder = false;
+};
+
+std::string handWritten(const std::string& root, const std::vector<HandNode>& nodes)
+{
+    const std::string identity =
+        R"({"device":1,"inode":2,"size":3,"modifiedSeconds":4,"modifiedNanos":0,"changedSeconds":4,)"
+        R"("changedNanos":0,"mode":33188,"linkCount":1})";
+    std::string json = R"({"id":"6F1C9B9E-0B0A-4C1E-9D7E-2F9A3C4B5D6E","rootPath":")" + root +
+                       R"(","scannedAt":1,"duration":0,"issues":[],"skippedCount":0,"nodes":{)";
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        const HandNode& n = nodes[i];
+        json += (i ? ",\"" : "\"") + n.key + "\":{\"path\":\"" + n.key + "\"";
+        if (!n.parent.empty())
+            json += ",\"parent\":\"" + n.parent + "\"";
+        json += std::string(",\"isDirectory\":") + (n.folder ? "true" : "false");
+        json += R"(,"isSymbolicLink":false,"isCloudPlaceholder":false,"logicalSize":0,"allocatedSize":0,)"
+                R"("ownLogicalSize":0,"ownAllocatedSize":0,"compressedSavings":0,"fileCount":0,"folderCount":0,)"
+                R"("created":0,"modified":0,"accessed":0,"identity":)" + identity + ",\"children\":[";
+        for (std::size_t c = 0; c < n.children.size(); ++c)
+            json += (c ? ",\"" : "\"") + n.children[c] + "\"";
+        json += "]}";
+    }
+    return json + "}}";
+}
+
+std::string failureOf(const std::string& json)
+{
+    try {
+        ScanJson::parse(json);
+    } catch (const TarnbridgeError& e) {
+        return e.what();
+    }
+    return "(accepted)";
+}
+
+} // namespace
+
+TEST(ScanJson, EscapesEveryByteThatIsNotPlainUtf8)
+{
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"plain name.txt", R"("plain name.txt")"},
+        {"caf\xE9", R"("caf\udce9")"},
+        {"\xFF\xFE", R"("\udcff\udcfe")"},
+        {"\xF0\x9F\x93", R"("\udcf0\udc9f\udc93")"},        // a sequence cut short
+        {"\xED\xA0\x80", R"("\udced\udca0\udc80")"},        // an encoded surrogate
+        {"\xC0\xAF", R"("\udcc0\udcaf")"},                  // an overlong slash
+        {"\xF0\x9F\x93\x81 caf\xC3\xA9", "\"\xF0\x9F\x93\x81 caf\xC3\xA9\""},
+        {"\x01\x1F\t\n\r\b\f", R"("\u0001\u001f\t\n\r\b\f")"},
+        {"say \"hi\" \\ there", R"("say \"hi\" \\ there")"},
+        {"", R"("")"},
+    };
+    for (const auto& [bytes, expected] : cases) {
+        std::string out;
+        ScanJson::appendString(out, bytes);
+        EXPECT_EQ(out, expected);
+    }
+}
+
+TEST(ScanJson, ReadsEveryEscapeBackToItsBytes)
+{
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {R"(caf\udce9)", "caf\xE9"},
+        {R"(caf\uDCE9)", "caf\xE9"},
+        {R"(\udcff\udc80)", "\xFF\x80"},
+        {R"(\ud83d\udcc1 folder)", "\xF0\x9F\x93\x81 folder"},
+        {R"(\u00e9t\u00C9)", "\xC3\xA9t\xC3\x89"},
+        {R"(\u20ac)", "\xE2\x82\xAC"},
+        {R"(tab\there\u0001)", "tab\there\x01"},
+        {R"(q\"x\\y)", "q\"x\\y"},
+        {R"(slash\/less)", "slash/less"},
+    };
+    for (const auto& [escaped, bytes] : cases) {
+        const std::string child = "/r/" + escaped;
+        const ScanResult scan = ScanJson::parse(
+            handWritten("/r", {{"/r", "", {child}, true}, {child, "/r", {}, false}}));
+        ASSERT_EQ(scan.nodeCount(), 2u) << escaped;
+        EXPECT_EQ(scan->name(1), bytes) << escaped;
+        EXPECT_EQ(scan.find("/r/" + bytes), 1u) << escaped;
+    }
+    for (const std::string escaped : {R"(\udc41)", R"(\ud83d)", R"(\ud83dx)", R"(\ud83d\u0041)", R"(\x41)",
+                                      R"(\u12g4)", R"(\udbff\udbff)"}) {
+        const std::string child = "/r/" + escaped;
+        EXPECT_NE(failureOf(handWritten("/r", {{"/r", "", {child}, true}, {child, "/r", {}, false}}))
+                      .find("invalid escape"),
+                  std::string::npos)
+            << escaped;
+    }
+}
+
+TEST(ScanJson, KeepsChildrenInTheOrderTheFileListsThem)
+{
+    const ScanResult scan = ScanJson::parse(handWritten(
+        "/", {{"/z", "/", {"/z/2", "/z/1"}, true},
+              {"/", "", {"/z", "/a"}, true},
+              {"/z/1", "/z", {}, false},
+              {"/a", "/", {}, false},
+              {"/z/2", "/z", {}, false}}));
+    ASSERT_EQ(scan.nodeCount(), 5u);
+    EXPECT_EQ(scan.root()->children, (std::vector<std::string>{"/z", "/a"}));
+    EXPECT_EQ(scan.node("/z")->children, (std::vector<std::string>{"/z/2", "/z/1"}));
+    EXPECT_EQ(scan.node("/z/1")->parent, "/z");
+    // Depth first: a folder's children are one range, its subfolders' children follow.
+    EXPECT_EQ(scan.find("/z"), 1u);
+    EXPECT_EQ(scan.find("/a"), 2u);
+    EXPECT_EQ(scan.find("/z/2"), 3u);
+    // And the root "/" writes children without a doubled slash, then reads back the same.
+    const std::string text = ScanJson::toString(scan);
+    EXPECT_EQ(text.find("//"), std::string::npos);
+    expectSameScan(scan, ScanJson::parse(text));
+}
+
+TEST(ScanJson, BrokenTreesAreReportedByThePathsInvolved)
+{
+    struct Case {
+        std::string what;
+        std::vector<HandNode> nodes;
+        std::vector<std::string> mentions;
+    };
+    const std::vector<Case> cases{
+        {"child names another parent",
+         {{"/r", "", {"/r/a", "/r/b"}, true}, {"/r/a", "/r", {}, true}, {"/r/b", "/r/a", {}, false}},
+         {"\"/r/b\"", "does not name it as its parent"}},
+        {"child path is not the folder's",
+         {{"/r", "", {"/r/a", "/elsewhere/b"}, true}, {"/r/a", "/r", {}, false}, {"/elsewhere/b", "/r", {}, false}},
+         {"\"/elsewhere/b\"", "\"/r\""}},
+        {"child path a grandchild",
+         {{"/r", "", {"/r/a/b"}, true}, {"/r/a/b", "/r", {}, false}},
+         {"\"/r/a/b\""}},
+        {"node nobody lists",
+         {{"/r", "", {}, true}, {"/r/lost", "/r", {}, false}},
+         {"\"/r/lost\"", "not among the children"}},
+        {"listed twice",
+         {{"/r", "", {"/r/a", "/r/a"}, true}, {"/r/a", "/r", {}, false}},
+         {"\"/r/a\"", "twice"}},
+        {"node key twice",
+         {{"/r", "", {"/r/a"}, true}, {"/r/a", "/r", {}, false}, {"/r/a", "/r", {}, false}},
+         {"\"/r/a\"", "listed twice"}},
+        {"root with a parent",
+         {{"/", "", {"/r"}, true}, {"/r", "/", {}, true}},
+         {"root \"/r\"", "has a parent"}},
+        {"child missing parent key",
+         {{"/r", "", {"/r/a"}, true}, {"/r/a", "", {}, false}},
+         {"\"/r/a\"", "does not name it as its parent"}},
+        {"path differs from key",
+         {{"/r", "", {}, true}},
+         {}},
+    };
+    for (const auto& c : cases) {
+        std::string json = handWritten("/r", c.nodes);
+        if (c.what == "path differs from key") {
+            json.replace(json.find("\"path\":\"/r\""), 11, "\"path\":\"/q\"");
+            const std::string message = failureOf(json);
+            EXPECT_NE(message.find("another \"path\""), std::string::npos) << message;
+            continue;
+        }
+        const std::string message = failureOf(json);
+        EXPECT_EQ(message.rfind("The scan file is damaged: ", 0), 0u) << c.what << ": " << message;
+        for (const auto& mention : c.mentions)
+            EXPECT_NE(message.find(mention), std::string::npos) << c.what << ": " << message;
+    }
+}
+
+TEST(ScanJson, NestedKeysAreNamedWhenMissingOrMistyped)
+{
+    const ScanResult good = test::fakeScan("/r", {{"c", 20}});
+    good.issues(); // the fake scan has no issues: add one by hand below
+    std::string json = ScanJson::toString(good);
+    json.replace(json.find("\"issues\":[]"), 11, R"("issues":[{"path":"/r/x","message":"Permission denied"}])");
+    ASSERT_NO_THROW(ScanJson::parse(json));
+    auto replaced = [&](const std::string& from, const std::string& to) {
+        std::string out = json;
+        const auto at = out.find(from);
+        EXPECT_NE(at, std::string::npos) << from;
+        return at == std::string::npos ? out : out.replace(at, from.size(), to);
+    };
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {replaced("\"linkCount\":1", "\"links\":1"), "the identity of \"/r\" has no \"linkCount\""},
+        {replaced("\"mode\":", "\"mode\":-"), "\"mode\" of the node \"/r\""},
+        {replaced("\"inode\":", "\"inode\":\"1\",\"x\":"), "\"inode\" of the node \"/r\""},
+        {replaced("\"isDirectory\":true", "\"isDirectory\":1"), "\"isDirectory\" of the node \"/r\""},
+        {replaced("\"children\":[\"/r/c\"]", "\"children\":\"/r/c\""), "\"children\" of the node \"/r\""},
+        {replaced("\"children\":[\"/r/c\"]", "\"children\":[7]"), "a child of the node \"/r\" is not a string"},
+        {replaced("\"created\":", "\"created\":\"yesterday\",\"x\":"), "\"created\" of the node \"/r\""},
+        {replaced("\"message\":\"Permission denied\"", "\"text\":\"x\""), "an issue has no \"message\""},
+        {replaced("\"id\":\"", "\"id\":\"nope"), "\"id\" is not a UUID"},
+        {replaced("\"scannedAt\":", "\"scannedAt\":null,\"x\":"), "\"scannedAt\" has the wrong type"},
+        {replaced("\"nodes\":{", "\"nodes\":[],\"x\":{"), "\"nodes\" has the wrong type"},
+        {replaced("\"skippedCount\":0", "\"skippedCount\":-1"), "\"skippedCount\""},
+        {json.substr(0, json.size() / 2), "The scan file is"},
+    };
+    for (const auto& [text, mention] : cases) {
+        const std::string message = failureOf(text);
+        EXPECT_NE(message.find(mention), std::string::npos) << mention << " / " << message;
+    }
+}
