@@ -304,6 +304,12 @@ std::string_view Reader::string(od::value value, What&& what)
     od::raw_json_string raw;
     if (value.get_raw_json_string().get(raw))
         damaged(std::string(what()) + " is not a string.");
+    // Most strings hold no escape: use them where they stand in the text, uncopied.
+    const char* end = raw.raw();
+    while (*end != '"' && *end != '\\')
+        ++end;
+    if (*end == '"')
+        return {raw.raw(), std::size_t(end - raw.raw())};
     if (!unescape(raw.raw(), scratch_))
         damaged(std::string(what()) + " holds an invalid escape.");
     return scratch_;
@@ -386,7 +392,7 @@ void Reader::readIdentity(od::value value, Entry& e, std::string_view path)
 void Reader::readNode(std::string_view key, od::value value)
 {
     const std::uint32_t index = paths_.intern(key);
-    // The key's own text lives on in the table; `key` pointed at scratch space.
+    // The key's own text lives on in the table; `key` may point at scratch space.
     const std::string_view path = paths_[index];
     Entry& e = entry(index);
     if (e.defined)
@@ -516,7 +522,15 @@ ScanResult Reader::read(simdjson::padded_string_view text)
                 od::field node;
                 if (std::move(nodeResult).get(node))
                     damaged("\"nodes\" is not valid JSON.");
-                if (!unescape(node.key().raw(), scratch2_))
+                const char* key = node.key().raw();
+                const char* end = key;
+                while (*end != '"' && *end != '\\')
+                    ++end;
+                if (*end == '"') {
+                    readNode({key, std::size_t(end - key)}, node.value());
+                    continue;
+                }
+                if (!unescape(key, scratch2_))
                     damaged("a key of \"nodes\" holds an invalid escape.");
                 readNode(scratch2_, node.value());
             }
