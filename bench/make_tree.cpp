@@ -13,6 +13,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cmath>
 #include <cstdint>
@@ -23,25 +24,11 @@
 #include <string>
 #include <vector>
 
+#include "BenchRandom.h"
+
 namespace {
 
-struct Random {
-    std::uint64_t state;
-    std::uint64_t next()
-    {
-        std::uint64_t z = (state += 0x9E3779B97F4A7C15ull);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-        return z ^ (z >> 31);
-    }
-    double unit() { return double(next() >> 11) * 0x1.0p-53; }
-    std::uint64_t below(std::uint64_t n) { return n ? next() % n : 0; }
-    double normal()
-    {
-        const double u = std::max(unit(), 1e-12), v = unit();
-        return std::sqrt(-2 * std::log(u)) * std::cos(2 * M_PI * v);
-    }
-};
+using Random = BenchRandom;
 
 [[noreturn]] void fail(const std::string& what)
 {

@@ -15,6 +15,8 @@
 #include <thread>
 #include <vector>
 
+#include "BenchRandom.h"
+
 #include "query/AgeSummary.h"
 #include "query/ScanPresentation.h"
 #include "query/ScanQuery.h"
@@ -24,17 +26,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-struct Random {
-    std::uint64_t state;
-    std::uint64_t next()
-    {
-        std::uint64_t z = (state += 0x9E3779B97F4A7C15ull);
-        z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-        z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-        return z ^ (z >> 31);
-    }
-    double unit() { return double(next() >> 11) * 0x1.0p-53; }
-};
+using Random = BenchRandom;
 
 const char* const kWords[] = {"data", "cache", "photo", "report", "lib", "module", "index", "assets",
                               "docs", "music", "notes", "draft", "image", "src", "test"};
