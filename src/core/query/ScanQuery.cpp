@@ -91,9 +91,9 @@ bool ScanQuery::nameContains(std::string_view name) const
 {
     if (isAscii(text) && isAscii(name))
         return asciiContainsIgnoringCase(name, text);
-    if (!foldedText_)
-        foldedText_ = QString::fromUtf8(text.data(), qsizetype(text.size()));
-    return QString::fromUtf8(name.data(), qsizetype(name.size())).contains(*foldedText_, Qt::CaseInsensitive);
+    // Not cached in the query: one query value may be read by several threads at once.
+    return QString::fromUtf8(name.data(), qsizetype(name.size()))
+        .contains(QString::fromUtf8(text.data(), qsizetype(text.size())), Qt::CaseInsensitive);
 }
 
 bool ScanQuery::matches(const ScanData& scan, NodeId id, std::int64_t now) const

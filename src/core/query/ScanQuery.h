@@ -85,7 +85,6 @@ struct ScanQuery {
 
 private:
     bool nameContains(std::string_view name) const;
-    mutable std::optional<QString> foldedText_; // the text as the name test uses it
 };
 
 // Plain path order (PathText::compare) between two records of one scan. Siblings compare by
