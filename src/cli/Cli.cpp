@@ -1,5 +1,6 @@
 #include "Cli.h"
 
+#include <pthread.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -124,6 +125,12 @@ int run(int argc, char** argv)
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    // A signal sent while we started up may be waiting, blocked: take it now that it is handled.
+    sigset_t stops;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGINT);
+    sigaddset(&stops, SIGTERM);
+    pthread_sigmask(SIG_UNBLOCK, &stops, nullptr);
     std::vector<std::string> args(argv + 1, argv + argc);
     std::ios::sync_with_stdio(false);
     const int code = run(args, std::cout, std::cerr, flag, ::isatty(STDERR_FILENO) == 1);
