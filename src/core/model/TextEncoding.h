@@ -14,7 +14,4 @@ size_t utf8SequenceLength(const unsigned char* s, size_t left) noexcept;
 // A file name or path for display: valid UTF-8 as it is, each stray byte as U+FFFD.
 QString displayText(std::string_view bytes);
 
-// A string typed or shown by the user back into the bytes of a path.
-std::string pathBytes(const QString& text);
-
 } // namespace tarnbridge

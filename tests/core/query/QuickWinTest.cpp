@@ -116,4 +116,7 @@ TEST(ScanPresentation, TypeTotalsByCategoryAndChildFolder)
     EXPECT_EQ(kindName(k, kinds.find("/k/plain")), "Folder");
     EXPECT_EQ(kindName(k, kinds.find("/k/movie.mkv")), "Video");
     EXPECT_EQ(itemCount(k[ScanData::rootId]), 5);
+    EXPECT_EQ(chartSymbol(k, kinds.find("/k/Project.xcodeproj")), "package-x-generic");
+    EXPECT_EQ(chartSymbol(k, kinds.find("/k/plain")), "folder");
+    EXPECT_EQ(chartSymbol(k, kinds.find("/k/movie.mkv")), "video-x-generic");
 }
