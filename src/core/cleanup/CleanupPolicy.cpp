@@ -202,7 +202,7 @@ std::optional<std::string> CleanupPolicy::fileProtection(const std::string& path
         const FileStat stat = FileIdentity::read(path);
         if (stat.systemProtected)
             return kRefusedSystemFlag;
-        // Linux has no flag a user sets to lock a file; the "locked" sentence stays unused.
+        // Linux has no flag a user sets to lock a file, so the "locked" refusal never applies here.
         return std::nullopt;
     } catch (const std::exception&) {
         return std::nullopt;
