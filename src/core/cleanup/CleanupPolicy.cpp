@@ -2,6 +2,10 @@
 
 #include <QString>
 
+#include <dirent.h>
+
+#include <algorithm>
+
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -104,6 +108,42 @@ std::vector<std::string> ownExecutables()
 }
 
 } // namespace
+
+bool CleanupPolicy::isProtectedSystemApp(const std::string& folder)
+{
+    if (!endsInApp(PathText::name(folder)))
+        return false;
+    const auto identifier = bundleIdentifier(folder);
+    return identifier && identifier->rfind("com.apple.", 0) == 0;
+}
+
+std::string CleanupPolicy::resolve(const std::string& path)
+{
+    return resolved(path);
+}
+
+std::vector<std::string> CleanupPolicy::runningPrograms()
+{
+    std::vector<std::string> out;
+    DIR* proc = ::opendir("/proc");
+    if (!proc)
+        return out;
+    while (const dirent* entry = ::readdir(proc)) {
+        const char* name = entry->d_name;
+        if (*name < '1' || *name > '9')
+            continue;
+        // A process we may not inspect, or one that ended meanwhile, is simply not listed.
+        char* target = ::realpath((std::string("/proc/") + name + "/exe").c_str(), nullptr);
+        if (!target)
+            continue;
+        out.emplace_back(target);
+        std::free(target);
+    }
+    ::closedir(proc);
+    std::sort(out.begin(), out.end());
+    out.erase(std::unique(out.begin(), out.end()), out.end());
+    return out;
+}
 
 std::string CleanupPolicy::currentHome()
 {

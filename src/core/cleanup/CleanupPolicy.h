@@ -23,6 +23,16 @@ struct CleanupPolicy {
     // The home folder of this account, links resolved ($HOME first).
     static std::string currentHome();
 
+    // A folder named "….app" whose bundle identifier says it belongs to the other platform's
+    // own system (a volume copied from a Mac).
+    static bool isProtectedSystemApp(const std::string& folder);
+
+    // realpath(3); a path that cannot be resolved comes back unchanged.
+    static std::string resolve(const std::string& path);
+
+    // The resolved executables of the running processes this account may read.
+    static std::vector<std::string> runningPrograms();
+
     std::vector<std::string> protectedPaths() const;
     std::vector<std::string> rootFolders() const;
 };

@@ -11,6 +11,7 @@
 #include "model/Errors.h"
 #include "model/PathText.h"
 #include "model/TextEncoding.h"
+#include "platform/AtomicFile.h"
 #include "storage/ScanJson.h"
 
 namespace tarnbridge::ScanJson {
@@ -287,13 +288,6 @@ void writeAll(int fd, const char* data, std::size_t size)
     }
 }
 
-mode_t creationMode()
-{
-    const mode_t mask = ::umask(0);
-    ::umask(mask);
-    return 0666 & ~mask;
-}
-
 } // namespace
 
 void writeFile(const ScanResult& scan, const std::string& path)
@@ -316,38 +310,10 @@ void writeFile(const ScanResult& scan, const std::string& path)
         return;
     }
 
-    // A hidden temporary beside the destination, renamed over it only once complete and on
-    // disk: the destination is never half-written.
-    const std::string_view base = PathText::name(path);
-    const auto slash = path.rfind('/');
-    const std::string folder = slash == std::string::npos ? "." : (slash == 0 ? "/" : path.substr(0, slash));
-    std::string hidden(".");
-    hidden.append(base).append(".XXXXXX");
-    std::string temporary = PathText::join(folder, hidden);
-    const int fd = ::mkostemp(temporary.data(), O_CLOEXEC);
-    if (fd < 0)
-        throw systemError(errno);
-    try {
-        if (::fchmod(fd, creationMode()) != 0)
-            throw systemError(errno);
-        write(scan, [fd](const char* data, std::size_t size) { writeAll(fd, data, size); });
-        if (::fsync(fd) != 0)
-            throw systemError(errno);
-    } catch (...) {
-        ::close(fd);
-        ::unlink(temporary.c_str());
-        throw;
-    }
-    if (::close(fd) != 0) {
-        const int error = errno;
-        ::unlink(temporary.c_str());
-        throw systemError(error);
-    }
-    if (::rename(temporary.c_str(), path.c_str()) != 0) {
-        const int error = errno;
-        ::unlink(temporary.c_str());
-        throw systemError(error);
-    }
+    // The destination is never half-written: the old file or the new one.
+    AtomicFile file(path);
+    write(scan, [&file](const char* data, std::size_t size) { file.write({data, size}); });
+    file.commit();
 }
 
 } // namespace tarnbridge::ScanJson

@@ -1,0 +1,130 @@
+#include "cleanup/CleanupService.h"
+
+#include <QUuid>
+
+#include <sys/stat.h>
+
+#include "cleanup/Trash.h"
+#include "model/Errors.h"
+#include "model/ScanPaths.h"
+#include "platform/AtomicFile.h"
+
+namespace tarnbridge {
+
+std::string newIdentifier()
+{
+    return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper().toStdString();
+}
+
+void TrashReceipt::write(json::Writer& w) const
+{
+    w.beginObject();
+    w.key("id").string(id);
+    w.key("originalPath").string(originalPath);
+    w.key("trashPath").string(trashPath);
+    w.key("date").date(date);
+    w.key("bytes").integer(bytes);
+    w.key("identity");
+    json::write(w, identity);
+    w.endObject();
+}
+
+TrashReceipt TrashReceipt::read(const json::Value& v)
+{
+    TrashReceipt r;
+    r.id = v.at("id").string("The key \"id\"");
+    if (QUuid::fromString(QString::fromStdString(r.id)).isNull())
+        throw TarnbridgeError("The key \"id\" holds no identifier.");
+    r.originalPath = v.at("originalPath").string("The key \"originalPath\"");
+    r.trashPath = v.at("trashPath").string("The key \"trashPath\"");
+    r.date = json::readDate(v.at("date"), "The key \"date\"");
+    r.bytes = v.at("bytes").integer("The key \"bytes\"");
+    r.identity = json::readIdentity(v.at("identity"));
+    return r;
+}
+
+namespace CleanupService {
+
+bool hasRetainedCopyConflict(const std::vector<CleanupEntry>& entries)
+{
+    for (const CleanupEntry& holder : entries) {
+        for (const auto& [kept, identity] : holder.retainedCopies) {
+            const auto keptSpellings = ScanPaths::candidates(kept);
+            for (const CleanupEntry& e : entries)
+                for (const std::string& p : ScanPaths::candidates(e.node.path))
+                    for (const std::string& c : keptSpellings)
+                        if (isAtOrBelow(c, p))
+                            return true;
+        }
+    }
+    return false;
+}
+
+CleanupOutcome moveToTrash(const std::vector<CleanupEntry>& entries, bool requireAllValid)
+{
+    CleanupOutcome outcome;
+    const std::vector<CleanupEntry> clean = CleanupEntry::normalized(entries);
+    if (hasRetainedCopyConflict(clean)) {
+        for (const CleanupEntry& e : clean)
+            outcome.errors[e.node.path] = kConflictNothingMoved;
+        return outcome;
+    }
+    if (requireAllValid) {
+        for (const CleanupEntry& e : clean) {
+            try {
+                e.validate(CleanupPolicy{CleanupPolicy::currentHome()});
+            } catch (const std::exception& error) {
+                outcome.errors[e.node.path] = describeError(error);
+            }
+        }
+        if (!outcome.errors.empty())
+            return outcome;
+    }
+    for (const CleanupEntry& e : clean) {
+        const std::string& path = e.node.path;
+        bool keptCopyStaged = false;
+        for (const auto& [kept, identity] : e.retainedCopies)
+            for (const CleanupEntry& other : clean)
+                keptCopyStaged = keptCopyStaged || isAtOrBelow(kept, other.node.path);
+        if (keptCopyStaged) {
+            outcome.errors[path] = kConflictThisItem;
+            continue;
+        }
+        std::string trashPath;
+        try {
+            // The last check, right before this item's own move.
+            e.validate(CleanupPolicy{CleanupPolicy::currentHome()});
+            trashPath = Trash::moveToTrash(path);
+        } catch (const std::exception& error) {
+            outcome.errors[path] = describeError(error);
+            continue;
+        }
+        if (trashPath.empty()) {
+            outcome.errors[path] = kMovedWithoutLocation;
+            continue;
+        }
+        outcome.receipts.push_back({newIdentifier(), path, trashPath, now(), e.node.allocatedSize, e.node.identity});
+    }
+    return outcome;
+}
+
+void restore(const TrashReceipt& receipt)
+{
+    struct stat st {};
+    if (::lstat(receipt.originalPath.c_str(), &st) == 0)
+        throw TarnbridgeError(kRestoreOccupied);
+    const FileIdentity inTrash = FileIdentity::read(receipt.trashPath).identity;
+    const FileIdentity& was = receipt.identity;
+    // Moving into the Trash changes the change time, so only what a move keeps is compared.
+    if (inTrash.device != was.device || inTrash.inode != was.inode || inTrash.size != was.size ||
+        inTrash.modifiedSeconds != was.modifiedSeconds || inTrash.modifiedNanos != was.modifiedNanos)
+        throw TarnbridgeError(kRestoreChanged);
+    const std::string parent = parentFolder(receipt.originalPath);
+    if (::stat(parent.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || CleanupPolicy::resolve(parent) != parent)
+        throw TarnbridgeError(kRestoreParentMissing);
+    Trash::putBack(receipt.trashPath, receipt.originalPath);
+}
+
+} // namespace CleanupService
+
+} // namespace tarnbridge

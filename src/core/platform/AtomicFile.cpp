@@ -1,0 +1,101 @@
+#include "platform/AtomicFile.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "model/Errors.h"
+#include "model/PathText.h"
+
+namespace tarnbridge {
+
+namespace {
+
+mode_t creationMode()
+{
+    const mode_t mask = ::umask(0);
+    ::umask(mask);
+    return 0666 & ~mask;
+}
+
+} // namespace
+
+std::string parentFolder(const std::string& path)
+{
+    const auto slash = path.rfind('/');
+    if (slash == std::string::npos)
+        return ".";
+    return slash == 0 ? "/" : path.substr(0, slash);
+}
+
+AtomicFile::AtomicFile(std::string destination, const std::string& temporaryName)
+    : destination_(std::move(destination))
+{
+    const std::string folder = parentFolder(destination_);
+    if (temporaryName.empty()) {
+        std::string hidden(".");
+        hidden.append(PathText::name(destination_)).append(".XXXXXX");
+        temporary_ = PathText::join(folder, hidden);
+        fd_ = ::mkostemp(temporary_.data(), O_CLOEXEC);
+    } else {
+        temporary_ = PathText::join(folder, temporaryName);
+        fd_ = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
+    }
+    if (fd_ < 0)
+        throw systemError(errno);
+    // mkostemp makes 0600; a saved file gets the permissions any new file of the user gets.
+    if (::fchmod(fd_, creationMode()) != 0) {
+        const int error = errno;
+        ::close(fd_);
+        ::unlink(temporary_.c_str());
+        throw systemError(error);
+    }
+}
+
+AtomicFile::~AtomicFile()
+{
+    if (fd_ >= 0)
+        ::close(fd_);
+    if (!committed_)
+        ::unlink(temporary_.c_str());
+}
+
+void AtomicFile::write(std::string_view bytes)
+{
+    const char* data = bytes.data();
+    std::size_t size = bytes.size();
+    while (size > 0) {
+        const ssize_t n = ::write(fd_, data, size);
+        if (n < 0) {
+            if (errno == EINTR)
+                continue;
+            throw systemError(errno);
+        }
+        data += n;
+        size -= std::size_t(n);
+    }
+}
+
+void AtomicFile::commit()
+{
+    if (::fsync(fd_) != 0)
+        throw systemError(errno);
+    const int closed = ::close(fd_);
+    fd_ = -1;
+    if (closed != 0)
+        throw systemError(errno);
+    if (::rename(temporary_.c_str(), destination_.c_str()) != 0)
+        throw systemError(errno);
+    committed_ = true;
+}
+
+void AtomicFile::write(const std::string& destination, std::string_view bytes)
+{
+    AtomicFile file(destination);
+    file.write(bytes);
+    file.commit();
+}
+
+} // namespace tarnbridge
