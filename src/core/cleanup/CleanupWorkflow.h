@@ -1,0 +1,45 @@
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "cleanup/CleanupBackup.h"
+#include "cleanup/CleanupService.h"
+#include "snapshot/SnapshotStore.h"
+
+namespace tarnbridge {
+
+enum class CleanupPhase { checking, backingUp, savingSnapshot, movingToTrash };
+
+struct CleanupProgress {
+    CleanupPhase phase;
+    std::string message;
+};
+
+struct CleanupRunResult {
+    CleanupOutcome outcome;
+    std::optional<BackupReceipt> backup;
+    std::optional<SnapshotRecord> snapshot;
+    std::optional<std::string> preparationError;
+    bool cancelled = false;
+};
+
+// The single route from a confirmed review to files in the Trash: check, back up, save a
+// snapshot, move, in that order, so an earlier failure leaves every file where it was.
+namespace CleanupWorkflow {
+
+using Progress = std::function<void(const CleanupProgress&)>;
+
+// Never throws: every way out is described by the result.
+CleanupRunResult run(const std::vector<CleanupEntry>& entries, const std::optional<std::string>& backupParent,
+                     const std::optional<ScanResult>& snapshot, const SnapshotStore& snapshotStore,
+                     const CancellationFlag& cancellation, const Progress& progress = {});
+
+} // namespace CleanupWorkflow
+
+inline constexpr const char* kNoFilesSelected = "No files selected.";
+inline constexpr const char* kKeptDuplicateSelected = "A duplicate marked to keep is selected for cleanup. Remove it first.";
+
+} // namespace tarnbridge
