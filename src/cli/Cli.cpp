@@ -18,7 +18,7 @@ namespace {
 std::vector<Command> allCommands()
 {
     std::vector<Command> all;
-    for (auto group : {scanCommands, queryCommands})
+    for (auto group : {scanCommands, queryCommands, cleanupCommands})
         for (auto& command : group())
             all.push_back(std::move(command));
     return all;

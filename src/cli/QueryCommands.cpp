@@ -14,6 +14,7 @@
 #include "query/AgeSummary.h"
 #include "query/FileCategory.h"
 #include "query/ScanPresentation.h"
+#include "cleanup/CSVExport.h"
 #include "query/ScanQuery.h"
 #include "storage/ScanJson.h"
 
@@ -371,6 +372,28 @@ int winsCommand(const Arguments& args, Context& context)
     return exitOk;
 }
 
+// The rows "ls" would list, as a CSV file for a spreadsheet.
+int exportCsvCommand(const Arguments& args, Context& context)
+{
+    const auto out = args.value("out");
+    if (!out)
+        throw UsageError("\"export-csv\" needs --out FILE.");
+    const ScanQuery query = queryFrom(args);
+    const ScanResult scan = scanFor(args, context, "export-csv");
+    const NodeId focus = focusOf(args, scan);
+    const auto ids = query.sortedIds(scan, scan->path(focus), args.has("recursive"),
+                                     query.measure == SizeMeasure::logical ? ScanSortField::logicalSize
+                                                                           : ScanSortField::allocatedSize,
+                                     SortOrder::descending, &context.cancellation);
+    std::vector<std::string> paths;
+    paths.reserve(ids.size());
+    for (NodeId id : ids)
+        paths.push_back(scan->path(id));
+    CSVExport::write(paths, scan, *out, context.cancellation);
+    context.out << "Wrote " << withSeparators(std::int64_t(paths.size())) << " rows to " << shown(*out) << '\n';
+    return exitOk;
+}
+
 } // namespace
 
 std::vector<Command> queryCommands()
@@ -430,6 +453,15 @@ std::vector<Command> queryCommands()
           0,
           1},
          winsCommand},
+        {{"export-csv",
+          "PATH --out FILE [--focus DIR] [--recursive] [filters]",
+          "Write a folder's items (or everything below it) as a CSV file, largest first.",
+          withFilters({{"out", "FILE", "The CSV file to write (replaced only once complete)."},
+                       {"focus", "DIR", "The folder to export (default: the scanned folder)."},
+                       {"recursive", "", "Everything below the folder, not only its direct items."}}),
+          0,
+          1},
+         exportCsvCommand},
     };
 }
 
