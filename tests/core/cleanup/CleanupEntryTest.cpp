@@ -286,3 +286,28 @@ TEST(CleanupEntry, JsonFormRoundTripsAndRequiresAllFiveKeys)
                   std::string("The key \"") + key + "\" is missing.");
     }
 }
+
+TEST(CleanupEntry, ProtectedThingsInsideAFolderBlockIt)
+{
+    FakeHome fake;
+    auto& tree = fake.tree();
+    const std::string work = tree.folder("home/work");
+    tree.fileWithText("home/work/Apps/Safari.app/Contents/Info.plist",
+                      "<plist><dict><key>CFBundleIdentifier</key><string>com.apple.Safari</string></dict></plist>");
+    tree.fileWithText("home/work/Ours/Tool.app/Contents/Info.plist",
+                      "<plist><dict><key>CFBundleIdentifier</key><string>org.example.Tool</string></dict></plist>");
+    const std::string pinned = tree.file("home/work/Pinned/inner/log.txt", 5);
+    const bool canPin = test::runProcess({"chattr", "+a", pinned}).exitCode == 0;
+    const ScanResult scan = scanOf(work);
+
+    EXPECT_EQ(refusal([&] { stage(scan, work + "/Apps"); }), kProtectedAppInside);
+    const CleanupEntry ours = stage(scan, work + "/Ours");
+    EXPECT_EQ(refusal([&] { ours.validate(policy()); }), "");
+    if (!canPin)
+        GTEST_SKIP() << "this file system or account cannot set the append-only attribute";
+    // Staging does not look at flags inside; the check before the move does.
+    const CleanupEntry folder = stage(scan, work + "/Pinned");
+    const std::string refused = refusal([&] { folder.validate(policy()); });
+    test::runProcess({"chattr", "-a", pinned});
+    EXPECT_EQ(refused, std::string("log.txt: ") + kRefusedSystemFlag);
+}
