@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <thread>
@@ -254,4 +255,51 @@ TEST(CleanupService, ReceiptJsonRoundTripsAndNeedsEveryKey)
         text.replace(text.find(std::string("\"") + key + "\":"), 1, "\"_");
         EXPECT_THROW(TrashReceipt::read(json::parse(text)), TarnbridgeError) << key;
     }
+}
+
+TEST(Trash, ItemOnAnotherFileSystemGoesToThatVolumesTrash)
+{
+    FakeHome fake;
+    const std::string volume = "/dev/shm";
+    struct stat shm {}, home {};
+    if (::stat(volume.c_str(), &shm) != 0 || ::stat(fake.home().c_str(), &home) != 0 || shm.st_dev == home.st_dev)
+        GTEST_SKIP() << "no second file system to try";
+    const std::string uid = std::to_string(::getuid());
+    const std::string ownTrash = volume + "/.Trash-" + uid;
+    const std::string sharedTrash = volume + "/.Trash";
+    if (exists(ownTrash) || exists(sharedTrash))
+        GTEST_SKIP() << "this machine already has a trash on " << volume;
+    struct Cleanup {
+        std::vector<std::string> paths;
+        ~Cleanup()
+        {
+            for (const auto& p : paths)
+                std::filesystem::remove_all(p);
+        }
+    } cleanup{{ownTrash, sharedTrash, volume + "/tarnbridge-trash-test"}};
+    std::filesystem::create_directories(volume + "/tarnbridge-trash-test");
+    const std::string item = volume + "/tarnbridge-trash-test/on volume.txt";
+    std::ofstream(item) << "data";
+
+    const std::string moved = Trash::moveToTrash(item);
+    EXPECT_EQ(moved, ownTrash + "/files/on volume.txt");
+    // A volume trash records the path relative to the volume's top folder.
+    EXPECT_NE(readText(ownTrash + "/info/on volume.txt.trashinfo").find("\nPath=tarnbridge-trash-test/on%20volume.txt\n"),
+              std::string::npos);
+    Trash::putBack(moved, item);
+    EXPECT_TRUE(exists(item));
+    EXPECT_FALSE(exists(ownTrash + "/info/on volume.txt.trashinfo"));
+
+    // A shared .Trash with the sticky bit takes the item in a folder of this user.
+    std::filesystem::remove_all(ownTrash);
+    ASSERT_EQ(::mkdir(sharedTrash.c_str(), 01777), 0);
+    ::chmod(sharedTrash.c_str(), 01777);
+    EXPECT_EQ(Trash::moveToTrash(item), sharedTrash + "/" + uid + "/files/on volume.txt");
+    Trash::putBack(sharedTrash + "/" + uid + "/files/on volume.txt", item);
+
+    // Neither usable: the shared one lacks the sticky bit and the own one is a file.
+    ::chmod(sharedTrash.c_str(), 0777);
+    std::ofstream(ownTrash) << "in the way";
+    EXPECT_EQ(refusal([&] { Trash::moveToTrash(item); }), Trash::kNoUsableTrash);
+    EXPECT_TRUE(exists(item));
 }
