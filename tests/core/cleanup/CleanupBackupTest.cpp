@@ -123,6 +123,12 @@ TEST(CleanupBackup, RefusalsBeforeAnythingIsCopied)
     EXPECT_EQ(refusal([&] { CleanupBackup::create({folder}, work + "/staged/inside", go); }), kBackupInsideItems);
     EXPECT_EQ(refusal([&] { CleanupBackup::create({folder}, fake.home() + "/via-link", go); }), kBackupInsideItems);
     EXPECT_EQ(refusal([&] { CleanupBackup::create({folder}, work + "/missing", go); }), "No such file or directory");
+    // More than the volume holds: refused before anything is created.
+    CleanupEntry huge = folder;
+    huge.node.logicalSize = 4'000'000'000'000'000'000;
+    const std::string tooBig = refusal([&] { CleanupBackup::create({huge}, work, go); });
+    EXPECT_EQ(tooBig.rfind("The backup needs 4", 0), 0u) << tooBig;
+    EXPECT_NE(tooBig.find(". Choose a disk with more free space."), std::string::npos);
     CancellationFlag stopped;
     stopped.cancel();
     EXPECT_EQ(refusal([&] { CleanupBackup::create({folder}, work, stopped); }), "cancelled");
@@ -173,6 +179,8 @@ TEST(CleanupBackup, VerificationFindsEveryKindOfDifference)
     tree.symlink("same.txt", "d/link");
     tree.fileWithText("e/same.txt", "abc");
     tree.symlink("sane.txt", "e/link"); // same length, other text
+    tree.fileWithText("f/renamed.txt", "abc");
+    tree.fileWithText("g/same.txt", "abcd");
     tree.fileWithText("empty1", "");
     tree.fileWithText("empty2", "");
     ASSERT_EQ(::mkfifo(tree.path("pipe").c_str(), 0600), 0);
@@ -181,6 +189,10 @@ TEST(CleanupBackup, VerificationFindsEveryKindOfDifference)
     EXPECT_EQ(refusal([&] { CleanupBackup::verify(tree.path("a"), tree.path("c"), go); }),
               "The backup of same.txt does not match the original.");
     EXPECT_EQ(refusal([&] { CleanupBackup::verify(tree.path("a"), tree.path("d"), go); }), kBackupNotVerified);
+    EXPECT_EQ(refusal([&] { CleanupBackup::verify(tree.path("a"), tree.path("f"), go); }),
+              "The backup of same.txt could not be verified.");
+    EXPECT_EQ(refusal([&] { CleanupBackup::verify(tree.path("a"), tree.path("g"), go); }),
+              "The backup of a could not be verified."); // the folder's total differs first
     tree.symlink("same.txt", "a/link");
     EXPECT_EQ(refusal([&] { CleanupBackup::verify(tree.path("a"), tree.path("e"), go); }), kLinkMismatch);
     EXPECT_EQ(refusal([&] { CleanupBackup::verify(tree.path("empty1"), tree.path("empty2"), go); }), "");

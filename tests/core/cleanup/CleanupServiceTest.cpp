@@ -105,8 +105,11 @@ TEST(Trash, OtherProgramsSeeOurItemsAndTheirRestoreAfterPutBack)
     EXPECT_NE(gio.find("trash::orig-path=" + work + "/Folder"), std::string::npos) << gio;
     EXPECT_NE(gio.find("trash::orig-path=" + work + "/odd 50% "), std::string::npos) << gio;
 
+    // File managers cache folder sizes; a restored folder's line goes, the others stay.
+    std::ofstream(trash + "/directorysizes") << "4096 1700000000 Folder\n123 1700000000 other%20one\n";
     for (const TrashReceipt& r : outcome.receipts)
         CleanupService::restore(r);
+    EXPECT_EQ(readText(trash + "/directorysizes"), "123 1700000000 other%20one\n");
     for (const TrashReceipt& r : outcome.receipts) {
         EXPECT_TRUE(exists(r.originalPath)) << r.originalPath;
         EXPECT_FALSE(exists(r.trashPath));
