@@ -5,9 +5,14 @@
 #include <unistd.h>
 
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <QLocale>
 
+#include <cstdio>
+#include <cstdlib>
 #include <iostream>
+#include <memory>
+#include <string_view>
 
 #include "model/Errors.h"
 
@@ -18,7 +23,7 @@ namespace {
 std::vector<Command> allCommands()
 {
     std::vector<Command> all;
-    for (auto group : {scanCommands, queryCommands, cleanupCommands})
+    for (auto group : {scanCommands, queryCommands, cleanupCommands, renderCommands})
         for (auto& command : group())
             all.push_back(std::move(command));
     return all;
@@ -116,7 +121,26 @@ int run(int argc, char** argv)
 {
     // Qt's locale services (collation, number formatting) need no event loop, but some
     // need an application object; a core one costs nothing without a display.
-    QCoreApplication app(argc, argv);
+    // Pictures need fonts and painting, so "render" gets a GUI application object; without a
+    // display it draws offscreen. Everything else stays free of the graphics stack.
+    std::unique_ptr<QCoreApplication> app;
+    if (argc > 1 && std::string_view(argv[1]) == "render") {
+        if (!std::getenv("QT_QPA_PLATFORM") && !std::getenv("DISPLAY") && !std::getenv("WAYLAND_DISPLAY"))
+            ::setenv("QT_QPA_PLATFORM", "offscreen", 1);
+        // Qt complains about a missing runtime folder on servers; a picture needs none.
+        static const QtMessageHandler previous = qInstallMessageHandler(
+            [](QtMsgType type, const QMessageLogContext& where, const QString& text) {
+                if (text.startsWith(QLatin1String("QStandardPaths: XDG_RUNTIME_DIR")))
+                    return;
+                if (previous)
+                    previous(type, where, text);
+                else
+                    std::fprintf(stderr, "%s\n", qPrintable(qFormatLogMessage(type, where, text)));
+            });
+        app = std::make_unique<QGuiApplication>(argc, argv);
+    } else {
+        app = std::make_unique<QCoreApplication>(argc, argv);
+    }
     QLocale::setDefault(QLocale::system());
     static CancellationFlag flag;
     interruptFlag = &flag;

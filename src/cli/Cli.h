@@ -29,6 +29,7 @@ struct Command {
 std::vector<Command> scanCommands();
 std::vector<Command> queryCommands();
 std::vector<Command> cleanupCommands();
+std::vector<Command> renderCommands();
 
 // Runs one command line. Ctrl+C sets the cancellation flag; the command stops and 130 is
 // returned.
