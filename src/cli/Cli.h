@@ -28,6 +28,7 @@ struct Command {
 // Each group of commands lives in its own file and lists itself here.
 std::vector<Command> scanCommands();
 std::vector<Command> queryCommands();
+std::vector<Command> duplicateCommands();
 std::vector<Command> cleanupCommands();
 std::vector<Command> renderCommands();
 
