@@ -129,11 +129,13 @@ int main(int argc, char** argv)
             if (scene.marks.size() > biggest.marks.size())
                 biggest = std::move(scene);
         }
-        // Painting: the biggest scene above, and a full 6000-mark treemap.
+        // Painting: the biggest scene above, a full 6000-mark treemap, and a sunburst of the same.
         const ScanResult wide = wideScan();
         GraphLayoutInput wideInput = GraphLayoutInput::withPaperColors(wide, "/wide", StorageView::treemap, false);
         const GraphScene full = wideInput.build(rect);
-        for (const GraphScene* scene : std::vector<const GraphScene*>{&biggest, &full}) {
+        wideInput.storageView = StorageView::sunburst;
+        const GraphScene rings = wideInput.build(rect);
+        for (const GraphScene* scene : std::vector<const GraphScene*>{&biggest, &full, &rings}) {
             QImage image(width, height, QImage::Format_ARGB32_Premultiplied);
             std::vector<double> paints;
             for (int r = 0; r <= runs; ++r) {
