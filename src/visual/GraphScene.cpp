@@ -93,6 +93,7 @@ public:
         mark.id = id;
         mark.node = d_.nodeWithoutChildren(id);
         mark.path = std::move(path);
+        mark.path.setFillRule(Qt::WindingFill); // hit tests and fills use the non-zero rule
         mark.label = label;
         mark.color = color;
         mark.shortLabel = shortLabel;
