@@ -23,7 +23,7 @@ namespace {
 std::vector<Command> allCommands()
 {
     std::vector<Command> all;
-    for (auto group : {scanCommands, queryCommands, cleanupCommands, renderCommands, duplicateCommands})
+    for (auto group : {scanCommands, queryCommands, cleanupCommands, renderCommands, appCommands, monitorCommands, duplicateCommands})
         for (auto& command : group())
             all.push_back(std::move(command));
     return all;

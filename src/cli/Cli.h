@@ -29,6 +29,8 @@ struct Command {
 std::vector<Command> scanCommands();
 std::vector<Command> queryCommands();
 std::vector<Command> duplicateCommands();
+std::vector<Command> appCommands();
+std::vector<Command> monitorCommands();
 std::vector<Command> cleanupCommands();
 std::vector<Command> renderCommands();
 
