@@ -18,8 +18,7 @@ using tarnbridge::test::TempTree;
 
 namespace {
 
-std::string content(std::size_t size, unsigned seed)
-{
+std::string content(std::size_t size, unsigned seed) {
     std::mt19937 random(seed);
     std::string out(size, '\0');
     for (char& c : out)
@@ -29,15 +28,15 @@ std::string content(std::size_t size, unsigned seed)
 
 // A tree with groups of several sizes and counts, near copies that differ at the very end, hard
 // links, empty files and a name that is not UTF-8.
-void fillTree(TempTree& tree)
-{
+void fillTree(TempTree& tree) {
     std::mt19937 random(5);
     for (int g = 0; g < 12; ++g) {
         const std::size_t size = 500 + std::size_t(random() % 1'500'000);
         const std::string text = content(size, unsigned(100 + g));
         const int copies = 2 + int(random() % 4);
         for (int c = 0; c < copies; ++c)
-            tree.fileWithText("d" + std::to_string(c / 2) + "/g" + std::to_string(g) + (c % 2 ? ".bin" : " copy.bin"),
+            tree.fileWithText("d" + std::to_string(c / 2) + "/g" + std::to_string(g) +
+                                  (c % 2 ? ".bin" : " copy.bin"),
                               text);
         std::string near = text;
         near.back() = char(near.back() ^ 1);
@@ -54,16 +53,15 @@ void fillTree(TempTree& tree)
 
 // (reclaimable, id, paths) per group, groups of equal worth ordered by id: their order is open.
 using GroupRow = std::tuple<std::int64_t, std::string, std::vector<std::string>>;
-std::vector<GroupRow> canonical(std::vector<GroupRow> rows)
-{
+std::vector<GroupRow> canonical(std::vector<GroupRow> rows) {
     std::stable_sort(rows.begin(), rows.end(), [](const GroupRow& a, const GroupRow& b) {
-        return std::get<0>(a) != std::get<0>(b) ? std::get<0>(a) > std::get<0>(b) : std::get<1>(a) < std::get<1>(b);
+        return std::get<0>(a) != std::get<0>(b) ? std::get<0>(a) > std::get<0>(b)
+                                                : std::get<1>(a) < std::get<1>(b);
     });
     return rows;
 }
 
-std::vector<GroupRow> fromLibrary(const DuplicateReport& report)
-{
+std::vector<GroupRow> fromLibrary(const DuplicateReport& report) {
     std::vector<GroupRow> rows;
     for (const auto& g : report.groups) {
         std::vector<std::string> paths;
@@ -75,8 +73,7 @@ std::vector<GroupRow> fromLibrary(const DuplicateReport& report)
 }
 
 // Reads our JSON lines back with the scan reader's own JSON parser, \udcXX escapes included.
-std::vector<GroupRow> fromJsonLines(const std::string& text, std::string& totals)
-{
+std::vector<GroupRow> fromJsonLines(const std::string& text, std::string& totals) {
     std::vector<GroupRow> rows;
     std::istringstream in(text);
     std::string line;
@@ -91,7 +88,8 @@ std::vector<GroupRow> fromJsonLines(const std::string& text, std::string& totals
         const auto worthAt = line.find("\"reclaimable\":") + 14;
         const std::int64_t worth = std::stoll(line.substr(worthAt));
         std::vector<std::string> paths;
-        for (auto at = line.find("{\"path\":"); at != std::string::npos; at = line.find("{\"path\":", at + 1)) {
+        for (auto at = line.find("{\"path\":"); at != std::string::npos;
+             at = line.find("{\"path\":", at + 1)) {
             const auto start = at + 8;
             // A path string ends at the first quote that no backslash escapes.
             auto end = start + 1;
@@ -106,8 +104,7 @@ std::vector<GroupRow> fromJsonLines(const std::string& text, std::string& totals
 
 } // namespace
 
-TEST(DuplicateCommands, PrintTheGroupsTheLibraryFinds)
-{
+TEST(DuplicateCommands, PrintTheGroupsTheLibraryFinds) {
     TempTree tree;
     fillTree(tree);
     CancellationFlag flag;
@@ -149,13 +146,15 @@ TEST(DuplicateCommands, PrintTheGroupsTheLibraryFinds)
                     ScanJson::appendString(encoded, p);
                     p = encoded;
                 }
-            EXPECT_EQ(fromJsonLines(result.out, totals), want) << c.options.size() << " fresh " << fresh;
+            EXPECT_EQ(fromJsonLines(result.out, totals), want)
+                << c.options.size() << " fresh " << fresh;
             std::int64_t worth = 0;
             for (const auto& g : expected.groups)
                 worth += g.reclaimable();
             EXPECT_NE(totals.find("\"groups\":" + std::to_string(expected.groups.size()) +
                                   ",\"reclaimable\":" + std::to_string(worth) +
-                                  ",\"checked\":" + std::to_string(expected.checked) + ",\"skipped\":0,\"issues\":[]"),
+                                  ",\"checked\":" + std::to_string(expected.checked) +
+                                  ",\"skipped\":0,\"issues\":[]"),
                       std::string::npos)
                 << totals;
         }
@@ -178,14 +177,14 @@ TEST(DuplicateCommands, PrintTheGroupsTheLibraryFinds)
             const auto row = text.out.find(path, at);
             ASSERT_NE(row, std::string::npos) << path;
             const auto lineStart = text.out.rfind('\n', row) + 1;
-            EXPECT_EQ(text.out.compare(lineStart, 4 + (i ? 8 : 2), i ? "  EXTRA COPY" : "  KEEP"), 0)
+            EXPECT_EQ(text.out.compare(lineStart, 4 + (i ? 8 : 2), i ? "  EXTRA COPY" : "  KEEP"),
+                      0)
                 << text.out.substr(lineStart, row - lineStart);
         }
     }
 }
 
-TEST(DuplicateCommands, RefusalsAndSkipsAreSaidInTheProductsWords)
-{
+TEST(DuplicateCommands, RefusalsAndSkipsAreSaidInTheProductsWords) {
     TempTree tree;
     const std::string text = content(2'000'000, 3);
     tree.fileWithText("a/one", text);
@@ -206,7 +205,10 @@ TEST(DuplicateCommands, RefusalsAndSkipsAreSaidInTheProductsWords)
         {{"--from", saved}, 0, "File changed or is stored in the cloud: two", ""},
         {{"--from", saved}, 0, "1 comparison issue", ""},
         {{"--from", saved}, 0, "Comparison details (1)", ""},
-        {{"--from", saved, "--scope", tree.path("b")}, 1, "", "This folder is not in the current scan."},
+        {{"--from", saved, "--scope", tree.path("b")},
+         1,
+         "",
+         "This folder is not in the current scan."},
         {{"--from", saved, "--min-size", "lots"}, 1, "", "\"lots\" is not a size."},
         {{"--from", saved, "--min-size", "3MB"}, 0, "No duplicates found", ""},
         {{}, 2, "", "\"duplicates\" needs PATH, or --from FILE."},
@@ -221,8 +223,7 @@ TEST(DuplicateCommands, RefusalsAndSkipsAreSaidInTheProductsWords)
     }
 }
 
-TEST(DuplicateCommands, ProgressOnATerminalUsesThePhaseTexts)
-{
+TEST(DuplicateCommands, ProgressOnATerminalUsesThePhaseTexts) {
     TempTree tree;
     const std::string text = content(1'500'000, 4);
     tree.fileWithText("x", text);
@@ -232,21 +233,25 @@ TEST(DuplicateCommands, ProgressOnATerminalUsesThePhaseTexts)
     ScanJson::writeFile(DiskScanner::scan(tree.root(), flag), saved);
     for (const bool terminal : {true, false}) {
         std::ostringstream out, err;
-        ASSERT_EQ(cli::run({"duplicates", "--from", saved}, out, err, flag, terminal), cli::exitOk) << err.str();
+        ASSERT_EQ(cli::run({"duplicates", "--from", saved}, out, err, flag, terminal), cli::exitOk)
+            << err.str();
         if (!terminal) {
             EXPECT_EQ(err.str(), "");
             continue;
         }
-        for (const char* phase : {"Grouping files by size…", "Checking samples · 0 of 2 candidates",
-                                  "Reading full contents · x · 0 bytes / 1.5 MB",
-                                  "Verifying identical copies · y · 0 bytes / 1.5 MB", "Comparison complete"})
+        for (const char* phase :
+             {"Grouping files by size…", "Checking samples · 0 of 2 candidates",
+              "Reading full contents · x · 0 bytes / 1.5 MB",
+              "Verifying identical copies · y · 0 bytes / 1.5 MB", "Comparison complete"})
             EXPECT_NE(err.str().find(phase), std::string::npos) << phase << "\n" << err.str();
-        EXPECT_NE(out.str().find("2 identical files · 1.5 MB each"), std::string::npos) << out.str();
+        EXPECT_NE(out.str().find("2 identical files · 1.5 MB each"), std::string::npos)
+            << out.str();
     }
 
     CancellationFlag stopped;
     stopped.cancel();
     std::ostringstream out, err;
-    EXPECT_EQ(cli::run({"duplicates", "--from", saved}, out, err, stopped, false), cli::exitCancelled);
+    EXPECT_EQ(cli::run({"duplicates", "--from", saved}, out, err, stopped, false),
+              cli::exitCancelled);
     EXPECT_EQ(out.str(), "");
 }

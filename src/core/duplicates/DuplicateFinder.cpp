@@ -21,16 +21,26 @@
 
 namespace tarnbridge {
 
-std::int64_t DuplicateGroup::reclaimable() const
-{
+std::int64_t DuplicateGroup::reclaimable() const {
     std::int64_t sum = 0;
     for (std::size_t i = 1; i < files.size(); ++i)
         sum += files[i].allocatedSize;
     return sum;
 }
 
-DuplicateFinder::FileHandle::~FileHandle()
-{
+char* DuplicateFinder::ReadBuffers::first() {
+    if (!first_)
+        first_ = std::make_unique_for_overwrite<char[]>(kReadBytes);
+    return first_.get();
+}
+
+char* DuplicateFinder::ReadBuffers::second() {
+    if (!second_)
+        second_ = std::make_unique_for_overwrite<char[]>(kReadBytes);
+    return second_.get();
+}
+
+DuplicateFinder::FileHandle::~FileHandle() {
     if (fd_ >= 0)
         ::close(fd_);
 }
@@ -40,11 +50,12 @@ namespace {
 using Phase = DuplicateProgress::Phase;
 using Clock = std::chrono::steady_clock;
 
-std::string fileName(const DiskNode& node) { return std::string(PathText::name(node.path)); }
+std::string fileName(const DiskNode& node) {
+    return std::string(PathText::name(node.path));
+}
 
 // Up to `size` bytes, fewer only at the end of the file.
-std::size_t readUpTo(int fd, char* buffer, std::size_t size)
-{
+std::size_t readUpTo(int fd, char* buffer, std::size_t size) {
     std::size_t got = 0;
     while (got < size) {
         const ssize_t n = ::read(fd, buffer + got, size - got);
@@ -61,18 +72,16 @@ std::size_t readUpTo(int fd, char* buffer, std::size_t size)
 
 class Sha256 {
 public:
-    Sha256() : context_(EVP_MD_CTX_new())
-    {
+    Sha256()
+        : context_(EVP_MD_CTX_new()) {
         if (!context_ || EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) != 1)
             throw systemError(ENOMEM);
     }
-    void update(const char* data, std::size_t size)
-    {
+    void update(const char* data, std::size_t size) {
         if (size && EVP_DigestUpdate(context_.get(), data, size) != 1)
             throw systemError(EIO);
     }
-    std::string hex()
-    {
+    std::string hex() {
         unsigned char digest[EVP_MAX_MD_SIZE];
         unsigned int length = 0;
         if (EVP_DigestFinal_ex(context_.get(), digest, &length) != 1)
@@ -98,10 +107,10 @@ private:
 // thousands of small files cost a handful of records a second.
 class Throttle {
 public:
-    explicit Throttle(const DuplicateFinder::DetailProgress& sink) : sink_(sink) {}
+    explicit Throttle(const DuplicateFinder::DetailProgress& sink)
+        : sink_(sink) {}
 
-    bool due(Phase phase) const
-    {
+    bool due(Phase phase) const {
         if (!sink_)
             return false;
         if (!lastSent_ || phase != lastPhase_)
@@ -109,16 +118,14 @@ public:
         return std::chrono::duration<double>(Clock::now() - *lastSent_).count() >=
                DuplicateFinder::kProgressInterval;
     }
-    void send(const DuplicateProgress& record)
-    {
+    void send(const DuplicateProgress& record) {
         if (!sink_)
             return;
         lastPhase_ = record.phase;
         lastSent_ = Clock::now();
         sink_(record);
     }
-    void offer(const DuplicateProgress& record)
-    {
+    void offer(const DuplicateProgress& record) {
         if (due(record.phase))
             send(record);
     }
@@ -138,9 +145,9 @@ struct Candidate {
 
 } // namespace
 
-DuplicateFinder::FileHandle DuplicateFinder::openVerified(const DiskNode& node,
-                                                          const std::function<void()>& betweenCheckAndOpen)
-{
+DuplicateFinder::FileHandle
+DuplicateFinder::openVerified(const DiskNode& node,
+                              const std::function<void()>& betweenCheckAndOpen) {
     const FileStat stat = FileIdentity::read(node.path);
     // Linux has no content that lives elsewhere; the flag only comes from scans of other systems.
     if (stat.identity != node.identity || stat.cloudPlaceholder)
@@ -159,31 +166,32 @@ DuplicateFinder::FileHandle DuplicateFinder::openVerified(const DiskNode& node,
     }
     FileHandle handle(fd);
     struct stat opened {};
-    if (::fstat(fd, &opened) != 0 || !S_ISREG(opened.st_mode) || opened.st_ino != stat.identity.inode ||
+    if (::fstat(fd, &opened) != 0 || !S_ISREG(opened.st_mode) ||
+        opened.st_ino != stat.identity.inode ||
         platform::encodeDevice(major(opened.st_dev), minor(opened.st_dev)) != stat.identity.device)
         throw TarnbridgeError(kFileChangedWhileOpening + fileName(node));
     return handle;
 }
 
-std::string DuplicateFinder::digest(const DiskNode& node, const CancellationFlag& cancellation, Extent extent,
-                                    const BytesProgress& progress)
-{
+std::string DuplicateFinder::digest(const DiskNode& node, const CancellationFlag& cancellation,
+                                    Extent extent, const BytesProgress& progress,
+                                    ReadBuffers& buffers) {
     const FileHandle file = openVerified(node);
     Sha256 hash;
     if (extent == Extent::prefixOnly) {
         // The head only: most files of one size already differ in their first 64 KiB.
         cancellation.check();
-        const auto buffer = std::make_unique_for_overwrite<char[]>(kSampleBytes);
-        hash.update(buffer.get(), readUpTo(file.fd(), buffer.get(), kSampleBytes));
+        char* buffer = buffers.first();
+        hash.update(buffer, readUpTo(file.fd(), buffer, kSampleBytes));
     } else {
-        const auto buffer = std::make_unique_for_overwrite<char[]>(kReadBytes);
+        char* buffer = buffers.first();
         std::int64_t total = 0;
         for (;;) {
             cancellation.check();
-            const std::size_t n = readUpTo(file.fd(), buffer.get(), kReadBytes);
+            const std::size_t n = readUpTo(file.fd(), buffer, kReadBytes);
             if (n == 0)
                 break;
-            hash.update(buffer.get(), n);
+            hash.update(buffer, n);
             total += std::int64_t(n);
             if (progress)
                 progress(total);
@@ -194,22 +202,22 @@ std::string DuplicateFinder::digest(const DiskNode& node, const CancellationFlag
     return hash.hex();
 }
 
-bool DuplicateFinder::equal(const DiskNode& first, const DiskNode& second, const CancellationFlag& cancellation,
-                            const BytesProgress& progress)
-{
+bool DuplicateFinder::equal(const DiskNode& first, const DiskNode& second,
+                            const CancellationFlag& cancellation, const BytesProgress& progress,
+                            ReadBuffers& buffers) {
     const FileHandle a = openVerified(first);
     const FileHandle b = openVerified(second);
     if (progress)
         progress(0);
     cancellation.check();
-    const auto left = std::make_unique_for_overwrite<char[]>(kReadBytes);
-    const auto right = std::make_unique_for_overwrite<char[]>(kReadBytes);
+    char* left = buffers.first();
+    char* right = buffers.second();
     std::int64_t total = 0;
     for (;;) {
-        const std::size_t n = readUpTo(a.fd(), left.get(), kReadBytes);
-        const std::size_t m = readUpTo(b.fd(), right.get(), kReadBytes);
+        const std::size_t n = readUpTo(a.fd(), left, kReadBytes);
+        const std::size_t m = readUpTo(b.fd(), right, kReadBytes);
         // A digest is never trusted alone: equal SHA-256 with different bytes stays apart.
-        if (n != m || std::memcmp(left.get(), right.get(), n) != 0)
+        if (n != m || std::memcmp(left, right, n) != 0)
             return false;
         total += std::int64_t(n);
         if (progress)
@@ -224,9 +232,10 @@ bool DuplicateFinder::equal(const DiskNode& first, const DiskNode& second, const
 }
 
 DuplicateReport DuplicateFinder::find(const ScanResult& scan, std::int64_t minimumSize,
-                                      const std::optional<std::string>& scope, const CancellationFlag& cancellation,
-                                      const DetailProgress& detailProgress, const Progress& progress) const
-{
+                                      const std::optional<std::string>& scope,
+                                      const CancellationFlag& cancellation,
+                                      const DetailProgress& detailProgress,
+                                      const Progress& progress) const {
     cancellation.check();
     const ScanData& d = scan.data();
     NodeId scopeId = kNoNode;
@@ -302,13 +311,15 @@ DuplicateReport DuplicateFinder::find(const ScanResult& scan, std::int64_t minim
 
     cancellation.check();
     DuplicateReport report;
+    ReadBuffers buffers;
     auto skip = [&](const std::exception& error) {
         ++report.skipped;
         if (report.issues.size() < kIssueLimit)
             report.issues.push_back(describeError(error));
     };
     auto record = [&](Phase phase, const DiskNode* node, std::int64_t bytesRead) {
-        return DuplicateProgress{phase,           report.checked, total, node ? fileName(*node) : std::string(),
+        return DuplicateProgress{phase,     report.checked,
+                                 total,     node ? fileName(*node) : std::string(),
                                  bytesRead, node ? node->logicalSize : 0};
     };
 
@@ -320,15 +331,17 @@ DuplicateReport DuplicateFinder::find(const ScanResult& scan, std::int64_t minim
         files.reserve(end - begin);
         for (std::size_t i = begin; i < end; ++i)
             files.push_back(d.nodeWithoutChildren(unique[i].id));
-        std::sort(files.begin(), files.end(),
-                  [](const DiskNode& a, const DiskNode& b) { return PathText::less(a.path, b.path); });
+        std::sort(files.begin(), files.end(), [](const DiskNode& a, const DiskNode& b) {
+            return PathText::less(a.path, b.path);
+        });
 
         std::map<std::string, std::vector<const DiskNode*>> bySample;
         for (const DiskNode& file : files) {
             if (throttle.due(Phase::sampling))
                 throttle.send(record(Phase::sampling, &file, 0));
             try {
-                bySample[digest(file, cancellation, Extent::prefixOnly, {})].push_back(&file);
+                bySample[digest(file, cancellation, Extent::prefixOnly, {}, buffers)].push_back(
+                    &file);
             } catch (const CancellationError&) {
                 throw;
             } catch (const std::exception& error) {
@@ -347,10 +360,13 @@ DuplicateReport DuplicateFinder::find(const ScanResult& scan, std::int64_t minim
                 if (throttle.due(Phase::hashing))
                     throttle.send(record(Phase::hashing, file, 0));
                 try {
-                    const std::string hash = digest(*file, cancellation, Extent::wholeContent, [&](std::int64_t bytes) {
-                        if (throttle.due(Phase::hashing))
-                            throttle.send(record(Phase::hashing, file, bytes));
-                    });
+                    const std::string hash = digest(
+                        *file, cancellation, Extent::wholeContent,
+                        [&](std::int64_t bytes) {
+                            if (throttle.due(Phase::hashing))
+                                throttle.send(record(Phase::hashing, file, bytes));
+                        },
+                        buffers);
                     byContent[hash].push_back(file);
                 } catch (const CancellationError&) {
                     throw;
@@ -362,17 +378,22 @@ DuplicateReport DuplicateFinder::find(const ScanResult& scan, std::int64_t minim
             for (auto& [hash, same] : byContent) {
                 if (same.size() < 2)
                     continue;
-                std::sort(same.begin(), same.end(),
-                          [](const DiskNode* a, const DiskNode* b) { return PathText::less(a->path, b->path); });
+                std::sort(same.begin(), same.end(), [](const DiskNode* a, const DiskNode* b) {
+                    return PathText::less(a->path, b->path);
+                });
                 const DiskNode& reference = *same.front();
                 DuplicateGroup group{hash, {reference}};
                 for (std::size_t i = 1; i < same.size(); ++i) {
                     const DiskNode& file = *same[i];
                     try {
-                        if (equal(reference, file, cancellation, [&](std::int64_t bytes) {
+                        const bool same = equal(
+                            reference, file, cancellation,
+                            [&](std::int64_t bytes) {
                                 if (throttle.due(Phase::verifying))
                                     throttle.send(record(Phase::verifying, &file, bytes));
-                            }))
+                            },
+                            buffers);
+                        if (same)
                             group.files.push_back(file);
                     } catch (const CancellationError&) {
                         throw;
@@ -393,7 +414,8 @@ DuplicateReport DuplicateFinder::find(const ScanResult& scan, std::int64_t minim
     ranked.reserve(report.groups.size());
     for (DuplicateGroup& group : report.groups)
         ranked.emplace_back(group.reclaimable(), std::move(group));
-    std::stable_sort(ranked.begin(), ranked.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    std::stable_sort(ranked.begin(), ranked.end(),
+                     [](const auto& a, const auto& b) { return a.first > b.first; });
     report.groups.clear();
     for (auto& [bytes, group] : ranked)
         report.groups.push_back(std::move(group));

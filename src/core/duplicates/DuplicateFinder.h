@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -60,15 +61,19 @@ struct DuplicateFinder {
     // TarnbridgeError when `scope` is no folder of the scan. A file that cannot be read is
     // skipped and described in the report's issues.
     DuplicateReport find(const ScanResult& scan, std::int64_t minimumSize,
-                         const std::optional<std::string>& scope, const CancellationFlag& cancellation,
-                         const DetailProgress& detailProgress = {}, const Progress& progress = {}) const;
+                         const std::optional<std::string>& scope,
+                         const CancellationFlag& cancellation,
+                         const DetailProgress& detailProgress = {},
+                         const Progress& progress = {}) const;
 
 private:
     // Owns one open descriptor; closing errors are of no interest to a reader.
     class FileHandle {
     public:
-        explicit FileHandle(int fd) noexcept : fd_(fd) {}
-        FileHandle(FileHandle&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
+        explicit FileHandle(int fd) noexcept
+            : fd_(fd) {}
+        FileHandle(FileHandle&& other) noexcept
+            : fd_(std::exchange(other.fd_, -1)) {}
         FileHandle& operator=(FileHandle&&) = delete;
         ~FileHandle();
         int fd() const noexcept { return fd_; }
@@ -76,18 +81,30 @@ private:
     private:
         int fd_;
     };
+    // The two read buffers of one run, made on first use and reused for every file: fresh
+    // ones per file would cost a page fault for every 4 KiB read.
+    class ReadBuffers {
+    public:
+        char* first();
+        char* second();
+
+    private:
+        std::unique_ptr<char[]> first_, second_;
+    };
     enum class Extent : std::uint8_t { prefixOnly, wholeContent };
 
     // SHA-256 of the file's head (one read of kSampleBytes) or of all of it, in hexadecimal.
     // Throws when the file is not the one of the record, before or after reading.
-    static std::string digest(const DiskNode& node, const CancellationFlag& cancellation, Extent extent,
-                              const BytesProgress& progress);
+    static std::string digest(const DiskNode& node, const CancellationFlag& cancellation,
+                              Extent extent, const BytesProgress& progress, ReadBuffers& buffers);
     // Whether both files hold the same bytes and are still the files of their records.
-    static bool equal(const DiskNode& first, const DiskNode& second, const CancellationFlag& cancellation,
-                      const BytesProgress& progress);
+    static bool equal(const DiskNode& first, const DiskNode& second,
+                      const CancellationFlag& cancellation, const BytesProgress& progress,
+                      ReadBuffers& buffers);
     // An open descriptor of exactly the file the record describes. `betweenCheckAndOpen` lets
     // a test act in the gap between the status check and the open.
-    static FileHandle openVerified(const DiskNode& node, const std::function<void()>& betweenCheckAndOpen = {});
+    static FileHandle openVerified(const DiskNode& node,
+                                   const std::function<void()>& betweenCheckAndOpen = {});
 
     friend struct DuplicateFinderTestAccess;
 };

@@ -23,25 +23,25 @@ using Phase = DuplicateProgress::Phase;
 namespace tarnbridge {
 // Reaches the finder's private steps, to act inside the gaps a real race would hit.
 struct DuplicateFinderTestAccess {
-    static ino_t openInode(const DiskNode& node, const std::function<void()>& between = {})
-    {
+    static ino_t openInode(const DiskNode& node, const std::function<void()>& between = {}) {
         const auto handle = DuplicateFinder::openVerified(node, between);
         struct stat st {};
         ::fstat(handle.fd(), &st);
         return st.st_ino;
     }
     static std::string digest(const DiskNode& node, bool wholeContent, const CancellationFlag& flag,
-                              const DuplicateFinder::BytesProgress& progress = {})
-    {
+                              const DuplicateFinder::BytesProgress& progress = {}) {
+        DuplicateFinder::ReadBuffers buffers;
         return DuplicateFinder::digest(node, flag,
                                        wholeContent ? DuplicateFinder::Extent::wholeContent
                                                     : DuplicateFinder::Extent::prefixOnly,
-                                       progress);
+                                       progress, buffers);
     }
-    static bool equal(const DiskNode& a, const DiskNode& b, const DuplicateFinder::BytesProgress& progress = {})
-    {
+    static bool equal(const DiskNode& a, const DiskNode& b,
+                      const DuplicateFinder::BytesProgress& progress = {}) {
         CancellationFlag flag;
-        return DuplicateFinder::equal(a, b, flag, progress);
+        DuplicateFinder::ReadBuffers buffers;
+        return DuplicateFinder::equal(a, b, flag, progress, buffers);
     }
 };
 } // namespace tarnbridge
@@ -51,8 +51,7 @@ using Access = tarnbridge::DuplicateFinderTestAccess;
 namespace {
 
 // Reproducible content that no two seeds share, so copies are copies on purpose only.
-std::string content(std::size_t size, unsigned seed)
-{
+std::string content(std::size_t size, unsigned seed) {
     std::mt19937 random(seed);
     std::string out(size, '\0');
     for (char& c : out)
@@ -60,8 +59,7 @@ std::string content(std::size_t size, unsigned seed)
     return out;
 }
 
-ScanResult scanOf(const TempTree& tree)
-{
+ScanResult scanOf(const TempTree& tree) {
     CancellationFlag flag;
     return DiskScanner::scan(tree.root(), flag);
 }
@@ -72,9 +70,9 @@ struct Outcome {
     std::vector<std::pair<std::int64_t, std::int64_t>> counts;
 };
 
-Outcome find(const ScanResult& scan, std::int64_t minimum = 0, const std::optional<std::string>& scope = {},
-             const std::function<void(const DuplicateProgress&)>& also = {})
-{
+Outcome find(const ScanResult& scan, std::int64_t minimum = 0,
+             const std::optional<std::string>& scope = {},
+             const std::function<void(const DuplicateProgress&)>& also = {}) {
     Outcome o;
     CancellationFlag flag;
     o.report = DuplicateFinder().find(
@@ -89,8 +87,7 @@ Outcome find(const ScanResult& scan, std::int64_t minimum = 0, const std::option
 }
 
 // Each group as paths relative to the tree, in the report's order.
-std::vector<std::vector<std::string>> groups(const DuplicateReport& report, const TempTree& tree)
-{
+std::vector<std::vector<std::string>> groups(const DuplicateReport& report, const TempTree& tree) {
     std::vector<std::vector<std::string>> out;
     for (const DuplicateGroup& g : report.groups) {
         out.emplace_back();
@@ -100,8 +97,7 @@ std::vector<std::vector<std::string>> groups(const DuplicateReport& report, cons
     return out;
 }
 
-std::set<Phase> phases(const Outcome& o)
-{
+std::set<Phase> phases(const Outcome& o) {
     std::set<Phase> out;
     for (const auto& r : o.records)
         out.insert(r.phase);
@@ -109,8 +105,7 @@ std::set<Phase> phases(const Outcome& o)
 }
 
 // The checks every finished run has to pass, whatever the tree.
-void expectConsistent(const Outcome& o)
-{
+void expectConsistent(const Outcome& o) {
     ASSERT_GE(o.records.size(), 2u);
     EXPECT_EQ(o.records.front(), DuplicateProgress{});
     const DuplicateProgress& last = o.records.back();
@@ -132,16 +127,16 @@ void expectConsistent(const Outcome& o)
     EXPECT_LE(o.report.issues.size(), std::size_t(o.report.skipped));
 }
 
-std::string sha256sum(const std::string& path, std::optional<std::size_t> head = {})
-{
-    const auto r = head ? runProcess({"sh", "-c", "head -c " + std::to_string(*head) + " \"$0\" | sha256sum", path})
-                        : runProcess({"sha256sum", path});
+std::string sha256sum(const std::string& path, std::optional<std::size_t> head = {}) {
+    const auto r =
+        head ? runProcess(
+                   {"sh", "-c", "head -c " + std::to_string(*head) + " \"$0\" | sha256sum", path})
+             : runProcess({"sha256sum", path});
     EXPECT_EQ(r.exitCode, 0) << r.err;
     return r.out.substr(0, 64);
 }
 
-std::int64_t allocatedOnDisk(const std::string& path)
-{
+std::int64_t allocatedOnDisk(const std::string& path) {
     struct stat st {};
     ::lstat(path.c_str(), &st);
     return std::int64_t(st.st_blocks) * 512;
@@ -149,8 +144,7 @@ std::int64_t allocatedOnDisk(const std::string& path)
 
 } // namespace
 
-TEST(DuplicateFinder, GroupsHoldProvenCopiesWithTheirDigestAndReclaimableBytes)
-{
+TEST(DuplicateFinder, GroupsHoldProvenCopiesWithTheirDigestAndReclaimableBytes) {
     TempTree tree;
     const std::string small = content(200'000, 1), large = content(2'500'000, 2);
     for (const char* p : {"a/photo.jpg", "b/photo copy.jpg", "c/deep/photo.jpg"})
@@ -165,10 +159,11 @@ TEST(DuplicateFinder, GroupsHoldProvenCopiesWithTheirDigestAndReclaimableBytes)
 
     const Outcome o = find(scan);
     expectConsistent(o);
-    EXPECT_EQ(groups(o.report, tree), (std::vector<std::vector<std::string>>{
-                                          {"a/archive.zip", "z/archive.zip"},
-                                          {"a/photo.jpg", "b/photo copy.jpg", "c/deep/photo.jpg"},
-                                          {"a/\xff\xfe not UTF-8", "b/\xff\xfe not UTF-8 either"}}));
+    EXPECT_EQ(groups(o.report, tree),
+              (std::vector<std::vector<std::string>>{
+                  {"a/archive.zip", "z/archive.zip"},
+                  {"a/photo.jpg", "b/photo copy.jpg", "c/deep/photo.jpg"},
+                  {"a/\xff\xfe not UTF-8", "b/\xff\xfe not UTF-8 either"}}));
     EXPECT_EQ(o.report.checked, 8); // the file of unique size never enters sampling
     EXPECT_EQ(o.report.skipped, 0);
     EXPECT_TRUE(o.report.issues.empty());
@@ -194,8 +189,7 @@ TEST(DuplicateFinder, GroupsHoldProvenCopiesWithTheirDigestAndReclaimableBytes)
     }
 }
 
-TEST(DuplicateFinder, NothingToCompareGivesTwoRecords)
-{
+TEST(DuplicateFinder, NothingToCompareGivesTwoRecords) {
     TempTree empty;
     TempTree uniqueSizes;
     uniqueSizes.file("a", 10);
@@ -218,13 +212,13 @@ TEST(DuplicateFinder, NothingToCompareGivesTwoRecords)
         EXPECT_EQ(o.report.skipped, 0) << name;
         DuplicateProgress complete;
         complete.phase = Phase::complete;
-        EXPECT_EQ(o.records, (std::vector<DuplicateProgress>{DuplicateProgress{}, complete})) << name;
+        EXPECT_EQ(o.records, (std::vector<DuplicateProgress>{DuplicateProgress{}, complete}))
+            << name;
         EXPECT_TRUE(o.counts.empty()) << name;
     }
 }
 
-TEST(DuplicateFinder, CandidatesFollowSizeScopeAndFileType)
-{
+TEST(DuplicateFinder, CandidatesFollowSizeScopeAndFileType) {
     TempTree tree;
     tree.file("a/k1000", 1000, 'k');
     tree.file("b/k1000", 1000, 'k');
@@ -271,7 +265,8 @@ TEST(DuplicateFinder, CandidatesFollowSizeScopeAndFileType)
     EXPECT_TRUE(o.report.groups.empty());
     EXPECT_EQ(o.report.checked, 0);
 
-    for (const std::string& scope : {tree.path("nowhere"), tree.path("a/k1000"), tree.path("ab/link to k1000")}) {
+    for (const std::string& scope :
+         {tree.path("nowhere"), tree.path("a/k1000"), tree.path("ab/link to k1000")}) {
         CancellationFlag flag;
         try {
             DuplicateFinder().find(scan, 0, scope, flag);
@@ -282,8 +277,7 @@ TEST(DuplicateFinder, CandidatesFollowSizeScopeAndFileType)
     }
 }
 
-TEST(DuplicateFinder, HardLinksAreNeverDuplicatesOfEachOther)
-{
+TEST(DuplicateFinder, HardLinksAreNeverDuplicatesOfEachOther) {
     struct Case {
         const char* name;
         std::vector<std::string> links; // hard links to "m/original"
@@ -311,13 +305,13 @@ TEST(DuplicateFinder, HardLinksAreNeverDuplicatesOfEachOther)
         if (c.expected.empty()) {
             EXPECT_TRUE(o.report.groups.empty()) << c.name;
         } else {
-            EXPECT_EQ(groups(o.report, tree), std::vector<std::vector<std::string>>{c.expected}) << c.name;
+            EXPECT_EQ(groups(o.report, tree), std::vector<std::vector<std::string>>{c.expected})
+                << c.name;
         }
     }
 }
 
-TEST(DuplicateFinder, OnlyFilesAlikeInTheirHeadAreReadInFull)
-{
+TEST(DuplicateFinder, OnlyFilesAlikeInTheirHeadAreReadInFull) {
     const std::string head = content(65'536, 11);
     struct Case {
         const char* name;
@@ -327,10 +321,11 @@ TEST(DuplicateFinder, OnlyFilesAlikeInTheirHeadAreReadInFull)
     const std::vector<Case> cases{
         {"differ in the first byte", "A" + head, "B" + head, false, false},
         {"differ in the last byte", head + "A", head + "B", true, false},
-        {"differ after the first MiB", head + content(1'200'000, 12) + "A", head + content(1'200'000, 12) + "B",
-         true, false},
+        {"differ after the first MiB", head + content(1'200'000, 12) + "A",
+         head + content(1'200'000, 12) + "B", true, false},
         {"small and equal", head.substr(0, 3000), head.substr(0, 3000), true, true},
-        {"large and equal", head + content(3'000'000, 13), head + content(3'000'000, 13), true, true},
+        {"large and equal", head + content(3'000'000, 13), head + content(3'000'000, 13), true,
+         true},
     };
     for (const auto& c : cases) {
         TempTree tree;
@@ -346,27 +341,28 @@ TEST(DuplicateFinder, OnlyFilesAlikeInTheirHeadAreReadInFull)
     }
 }
 
-TEST(DuplicateFinder, DigestsAreSha256OfTheHeadOrOfEverything)
-{
+TEST(DuplicateFinder, DigestsAreSha256OfTheHeadOrOfEverything) {
     TempTree tree;
     for (std::size_t size : {1ul, 65'535ul, 65'536ul, 65'537ul, 1'048'576ul, 2'500'001ul}) {
-        const std::string path = tree.fileWithText("f" + std::to_string(size), content(size, unsigned(size)));
+        const std::string path =
+            tree.fileWithText("f" + std::to_string(size), content(size, unsigned(size)));
         const ScanResult scan = scanOf(tree);
         const DiskNode node = *scan.node(path);
         CancellationFlag flag;
         std::vector<std::int64_t> reported;
         EXPECT_EQ(Access::digest(node, false, flag), sha256sum(path, 65'536)) << size;
-        EXPECT_EQ(Access::digest(node, true, flag, [&](std::int64_t b) { reported.push_back(b); }), sha256sum(path))
+        EXPECT_EQ(Access::digest(node, true, flag, [&](std::int64_t b) { reported.push_back(b); }),
+                  sha256sum(path))
             << size;
         // One report per read of at most 1 MiB, the last one the whole size.
         ASSERT_FALSE(reported.empty());
         EXPECT_EQ(reported.back(), std::int64_t(size));
-        EXPECT_EQ(reported.size(), (size + DuplicateFinder::kReadBytes - 1) / DuplicateFinder::kReadBytes);
+        EXPECT_EQ(reported.size(),
+                  (size + DuplicateFinder::kReadBytes - 1) / DuplicateFinder::kReadBytes);
     }
 }
 
-TEST(DuplicateFinder, FilesChangedOrGoneAfterTheScanAreSkipped)
-{
+TEST(DuplicateFinder, FilesChangedOrGoneAfterTheScanAreSkipped) {
     struct Case {
         const char* name;
         std::function<void(TempTree&)> change; // applied to "b/twin" after the scan
@@ -375,11 +371,13 @@ TEST(DuplicateFinder, FilesChangedOrGoneAfterTheScanAreSkipped)
     const std::vector<Case> cases{
         {"rewritten", [](TempTree& t) { t.fileWithText("b/twin", content(90'000, 21)); },
          std::string(kFileChangedOrCloud) + "twin"},
-        {"chmod", [](TempTree& t) { t.chmod("b/twin", 0755); }, std::string(kFileChangedOrCloud) + "twin"},
+        {"chmod", [](TempTree& t) { t.chmod("b/twin", 0755); },
+         std::string(kFileChangedOrCloud) + "twin"},
         {"new hard link", [](TempTree& t) { t.hardLink("b/twin", "elsewhere"); },
          std::string(kFileChangedOrCloud) + "twin"},
         {"vanished", [](TempTree& t) { t.remove("b/twin"); }, "No such file or directory"},
-        {"replaced by a link", [](TempTree& t) {
+        {"replaced by a link",
+         [](TempTree& t) {
              t.remove("b/twin");
              t.symlink(t.path("a/twin"), "b/twin");
          },
@@ -405,7 +403,8 @@ TEST(DuplicateFinder, FilesChangedOrGoneAfterTheScanAreSkipped)
             EXPECT_EQ(o.report.skipped, 1) << c.name;
             EXPECT_EQ(o.report.issues, std::vector<std::string>{c.message}) << c.name;
             if (third) {
-                EXPECT_EQ(groups(o.report, tree), (std::vector<std::vector<std::string>>{{"a/twin", "c/twin"}}))
+                EXPECT_EQ(groups(o.report, tree),
+                          (std::vector<std::vector<std::string>>{{"a/twin", "c/twin"}}))
                     << c.name;
             } else {
                 EXPECT_TRUE(o.report.groups.empty()) << c.name;
@@ -414,8 +413,7 @@ TEST(DuplicateFinder, FilesChangedOrGoneAfterTheScanAreSkipped)
     }
 }
 
-TEST(DuplicateFinder, UnreadableFilesAreSkippedWithTheSystemsWords)
-{
+TEST(DuplicateFinder, UnreadableFilesAreSkippedWithTheSystemsWords) {
     TempTree tree;
     const std::string text = content(4'000, 30);
     tree.fileWithText("a", text);
@@ -430,22 +428,24 @@ TEST(DuplicateFinder, UnreadableFilesAreSkippedWithTheSystemsWords)
     EXPECT_EQ(groups(o.report, tree), (std::vector<std::vector<std::string>>{{"a", "c"}}));
 }
 
-TEST(DuplicateFinder, APathReplacedBetweenCheckAndOpenIsRefused)
-{
+TEST(DuplicateFinder, APathReplacedBetweenCheckAndOpenIsRefused) {
     struct Case {
         const char* name;
         std::function<void(TempTree&)> swap; // between the status check of "file" and its open
     };
     const std::vector<Case> cases{
         // Same content behind the link: only the open itself can tell.
-        {"link to an identical file", [](TempTree& t) {
+        {"link to an identical file",
+         [](TempTree& t) {
              t.remove("file");
              t.symlink(t.path("twin"), "file");
          }},
-        {"another regular file", [](TempTree& t) {
+        {"another regular file",
+         [](TempTree& t) {
              ASSERT_EQ(::rename(t.path("twin").c_str(), t.path("file").c_str()), 0);
          }},
-        {"a pipe", [](TempTree& t) {
+        {"a pipe",
+         [](TempTree& t) {
              t.remove("file");
              ASSERT_EQ(::mkfifo(t.path("file").c_str(), 0600), 0);
          }},
@@ -466,8 +466,7 @@ TEST(DuplicateFinder, APathReplacedBetweenCheckAndOpenIsRefused)
     }
 }
 
-TEST(DuplicateFinder, ChangesWhileReadingAreCaught)
-{
+TEST(DuplicateFinder, ChangesWhileReadingAreCaught) {
     TempTree tree;
     const std::string text = content(2'200'000, 50);
     tree.fileWithText("one", text);
@@ -500,8 +499,7 @@ TEST(DuplicateFinder, ChangesWhileReadingAreCaught)
     }
 }
 
-TEST(DuplicateFinder, ACopyChangedDuringVerificationLeavesTheGroupSilently)
-{
+TEST(DuplicateFinder, ACopyChangedDuringVerificationLeavesTheGroupSilently) {
     TempTree tree;
     const std::string text = content(300'000, 60);
     for (const char* p : {"a", "b", "c", "d"})
@@ -532,8 +530,7 @@ TEST(DuplicateFinder, ACopyChangedDuringVerificationLeavesTheGroupSilently)
     EXPECT_EQ(r.report.issues, std::vector<std::string>(2, std::string(kFileChangedOrCloud) + "a"));
 }
 
-TEST(DuplicateFinder, StagesRunPerSizeBucketAndRecordsAreThrottled)
-{
+TEST(DuplicateFinder, StagesRunPerSizeBucketAndRecordsAreThrottled) {
     TempTree tree;
     for (std::size_t size : {10'000ul, 20'000ul, 30'000ul}) {
         tree.fileWithText("one/" + std::to_string(size), content(size, unsigned(size)));
@@ -546,9 +543,10 @@ TEST(DuplicateFinder, StagesRunPerSizeBucketAndRecordsAreThrottled)
         if (sequence.empty() || sequence.back() != r.phase)
             sequence.push_back(r.phase);
     // Every change of phase is sent: one size bucket is done before the next one starts.
-    EXPECT_EQ(sequence, (std::vector<Phase>{Phase::grouping, Phase::sampling, Phase::hashing, Phase::verifying,
-                                            Phase::sampling, Phase::hashing, Phase::verifying, Phase::sampling,
-                                            Phase::hashing, Phase::verifying, Phase::complete}));
+    EXPECT_EQ(sequence, (std::vector<Phase>{Phase::grouping, Phase::sampling, Phase::hashing,
+                                            Phase::verifying, Phase::sampling, Phase::hashing,
+                                            Phase::verifying, Phase::sampling, Phase::hashing,
+                                            Phase::verifying, Phase::complete}));
     EXPECT_EQ(o.report.groups.size(), 3u);
 
     // Thousands of small files: within one phase no two records come closer than the interval.
@@ -570,8 +568,7 @@ TEST(DuplicateFinder, StagesRunPerSizeBucketAndRecordsAreThrottled)
         }
 }
 
-TEST(DuplicateFinder, IssuesStopAtOneHundredWhileSkipsCountOn)
-{
+TEST(DuplicateFinder, IssuesStopAtOneHundredWhileSkipsCountOn) {
     TempTree tree;
     auto name = [](int i) {
         const std::string digits = std::to_string(i);
@@ -591,8 +588,7 @@ TEST(DuplicateFinder, IssuesStopAtOneHundredWhileSkipsCountOn)
         EXPECT_EQ(o.report.issues[i], std::string(kFileChangedOrCloud) + name(int(i)));
 }
 
-TEST(DuplicateFinder, ResultsDoNotDependOnTheOrderOfTheScan)
-{
+TEST(DuplicateFinder, ResultsDoNotDependOnTheOrderOfTheScan) {
     TempTree tree;
     const std::int64_t mib = 1 << 20;
     // Five copies of 1 MiB give back more than two copies of 3 MiB.
@@ -617,18 +613,22 @@ TEST(DuplicateFinder, ResultsDoNotDependOnTheOrderOfTheScan)
     for (DiskNode& n : nodes)
         std::reverse(n.children.begin(), n.children.end());
     std::reverse(nodes.begin(), nodes.end());
-    const ScanResult reversed = ScanResult::fromNodes(scan.id(), scan.rootPath(), 0, 0, nodes, {}, 0);
+    const ScanResult reversed =
+        ScanResult::fromNodes(scan.id(), scan.rootPath(), 0, 0, nodes, {}, 0);
 
     const Outcome a = find(scan), b = find(reversed);
     expectConsistent(a);
     expectConsistent(b);
     ASSERT_EQ(a.report.groups.size(), 4u);
-    EXPECT_EQ(groups(a.report, tree)[0], (std::vector<std::string>{"p/1", "q/2", "r/3", "s/4", "t/5"}));
+    EXPECT_EQ(groups(a.report, tree)[0],
+              (std::vector<std::string>{"p/1", "q/2", "r/3", "s/4", "t/5"}));
     EXPECT_EQ(groups(a.report, tree)[1], (std::vector<std::string>{"big/x", "big/y"}));
     EXPECT_EQ(a.report.checked, b.report.checked);
     // Up to the order of equal amounts, the same groups.
     auto byWorth = [](const DuplicateReport& r) {
-        std::multimap<std::int64_t, std::pair<std::string, std::vector<std::string>>, std::greater<>> out;
+        std::multimap<std::int64_t, std::pair<std::string, std::vector<std::string>>,
+                      std::greater<>>
+            out;
         for (const auto& g : r.groups) {
             std::vector<std::string> paths;
             for (const auto& f : g.files)
@@ -651,8 +651,7 @@ TEST(DuplicateFinder, ResultsDoNotDependOnTheOrderOfTheScan)
     }
 }
 
-TEST(DuplicateFinder, CancellationAtAnyStageGivesNoReport)
-{
+TEST(DuplicateFinder, CancellationAtAnyStageGivesNoReport) {
     TempTree tree;
     const std::string text = content(3'500'000, 80);
     tree.fileWithText("a", text);
@@ -666,11 +665,16 @@ TEST(DuplicateFinder, CancellationAtAnyStageGivesNoReport)
     };
     const std::vector<Case> cases{
         {"before the start", [](const DuplicateProgress*, std::int64_t) { return true; }},
-        {"while grouping", [](const DuplicateProgress* p, std::int64_t) { return p && p->phase == Phase::grouping; }},
-        {"while sampling", [](const DuplicateProgress* p, std::int64_t) { return p && p->phase == Phase::sampling; }},
-        {"after the first sample", [](const DuplicateProgress* p, std::int64_t checked) { return !p && checked == 1; }},
-        {"while hashing", [](const DuplicateProgress* p, std::int64_t) { return p && p->phase == Phase::hashing; }},
-        {"while verifying", [](const DuplicateProgress* p, std::int64_t) { return p && p->phase == Phase::verifying; }},
+        {"while grouping",
+         [](const DuplicateProgress* p, std::int64_t) { return p && p->phase == Phase::grouping; }},
+        {"while sampling",
+         [](const DuplicateProgress* p, std::int64_t) { return p && p->phase == Phase::sampling; }},
+        {"after the first sample",
+         [](const DuplicateProgress* p, std::int64_t checked) { return !p && checked == 1; }},
+        {"while hashing",
+         [](const DuplicateProgress* p, std::int64_t) { return p && p->phase == Phase::hashing; }},
+        {"while verifying", [](const DuplicateProgress* p,
+                               std::int64_t) { return p && p->phase == Phase::verifying; }},
     };
     for (const auto& c : cases) {
         CancellationFlag flag;
@@ -697,7 +701,8 @@ TEST(DuplicateFinder, CancellationAtAnyStageGivesNoReport)
         // The next check point comes before any further read. Only the announcement of the
         // next sample may slip through, when the flag was set between two files.
         for (const auto& p : after)
-            EXPECT_TRUE(p.phase == Phase::sampling && c.name == std::string("after the first sample"))
+            EXPECT_TRUE(p.phase == Phase::sampling &&
+                        c.name == std::string("after the first sample"))
                 << c.name << " " << int(p.phase);
         EXPECT_EQ(countsAfter, 0) << c.name;
     }
