@@ -386,14 +386,14 @@ DuplicateReport DuplicateFinder::find(const ScanResult& scan, std::int64_t minim
                 for (std::size_t i = 1; i < same.size(); ++i) {
                     const DiskNode& file = *same[i];
                     try {
-                        const bool same = equal(
+                        const bool identical = equal(
                             reference, file, cancellation,
                             [&](std::int64_t bytes) {
                                 if (throttle.due(Phase::verifying))
                                     throttle.send(record(Phase::verifying, &file, bytes));
                             },
                             buffers);
-                        if (same)
+                        if (identical)
                             group.files.push_back(file);
                     } catch (const CancellationError&) {
                         throw;
