@@ -199,13 +199,26 @@ int cleanCommand(const Arguments& args, Context& context)
     line.clear();
 
     // Whatever happened, what was made is kept: the backup, the receipts.
+    bool saveFailed = false;
     if (result.backup)
         state.backups.push_back(*result.backup);
     for (const TrashReceipt& receipt : result.outcome.receipts) {
         state.receipts.push_back(receipt);
         std::erase_if(state.queue, [&](const CleanupEntry& e) { return e.node.path == receipt.originalPath; });
     }
-    files.save(state);
+    try {
+        files.save(state);
+    } catch (const std::exception& error) {
+        // The items are in the Trash either way (their .trashinfo lets a file manager put them
+        // back); keep the receipts where the user can find them.
+        context.err << describeError(error) << "\nThe receipts of this run follow; keep them to restore:\n";
+        for (const TrashReceipt& receipt : result.outcome.receipts) {
+            json::Writer w;
+            receipt.write(w);
+            context.err << w.text() << '\n';
+        }
+        saveFailed = true;
+    }
 
     if (result.backup)
         context.out << "Backup: " << shown(result.backup->directory) << '\n';
@@ -228,7 +241,7 @@ int cleanCommand(const Arguments& args, Context& context)
         context.out << "Not moved " << shown(path) << ": " << message << '\n';
     context.out << result.outcome.receipts.size() << " of " << entries.size() << " moved to the Trash, "
                 << formattedBytes(moved) << ". Undo with \"tarnbridge-cli restore ID\".\n";
-    return result.outcome.errors.empty() ? exitOk : exitFailure;
+    return result.outcome.errors.empty() && !saveFailed ? exitOk : exitFailure;
 }
 
 std::string jsonString(std::string_view text)

@@ -216,10 +216,16 @@ public:
     explicit TemporaryFolder(std::string path) : path_(std::move(path)) {}
     ~TemporaryFolder()
     {
-        if (!kept_) {
-            std::error_code ignored;
-            std::filesystem::remove_all(path_, ignored);
-        }
+        if (kept_)
+            return;
+        // Copies keep their folders' modes; a read-only one would keep its contents from going.
+        std::error_code ignored;
+        ::chmod(path_.c_str(), 0700);
+        for (auto it = std::filesystem::recursive_directory_iterator(path_, ignored);
+             it != std::filesystem::recursive_directory_iterator(); it.increment(ignored))
+            if (it->is_directory(ignored) && !it->is_symlink(ignored))
+                ::chmod(it->path().c_str(), 0700);
+        std::filesystem::remove_all(path_, ignored);
     }
     void keep() { kept_ = true; }
 

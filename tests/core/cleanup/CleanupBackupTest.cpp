@@ -156,6 +156,23 @@ TEST(CleanupBackup, EveryFailureAfterTheCopyStartsLeavesNoFolderBehind)
     EXPECT_EQ(changed, "small.bin changed since the scan. Rescan and stage it again.");
     EXPECT_TRUE(listing(backups).empty());
 
+    // A read-only folder inside the copy does not keep the unfinished backup from going.
+    tree.fileWithText("home/work/ro/inner/notes.txt", "v1");
+    tree.chmod("home/work/ro/inner", 0555);
+    const ScanResult withReadOnly = scanOf(work);
+    {
+        test::WithoutAdminRights plainUser;
+        const std::string changedInside = refusal([&] {
+            CleanupBackup::create({stage(withReadOnly, work + "/ro")}, backups, CancellationFlag(),
+                                  [&](const std::string& m) {
+                                      if (m.rfind("Verifying", 0) == 0)
+                                          std::ofstream(work + "/ro/inner/notes.txt", std::ios::app) << "v2";
+                                  });
+        });
+        EXPECT_EQ(changedInside, "The backup of ro could not be verified."); // its total changed
+        EXPECT_TRUE(listing(backups).empty());
+    }
+
     // Cancelled while the big file is being compared: it stops at a block boundary.
     CancellationFlag flag;
     const std::string cancelled = refusal([&] {
