@@ -524,6 +524,8 @@ GraphScene GraphLayoutInput::build(const QRectF& rect, const CancellationFlag* c
         scene.items.push_back(scan->nodeWithoutChildren(child));
     if (storageView == StorageView::sunburst && !scene.marks.empty())
         scene.center = scene.marks.front().path.boundingRect();
+    if (storageView == StorageView::sunburst || storageView == StorageView::flame)
+        scene.flatBackground = background;
     for (std::size_t i = 0; i < scene.marks.size(); ++i) {
         scene.hitIndex.insert(scene.marks[i].path.boundingRect());
         scene.pathsByNode[scene.marks[i].node.path].push_back(int(i));
@@ -538,8 +540,16 @@ void paintScene(QPainter& painter, const GraphScene& scene, bool showLabels)
     painter.save();
     painter.setRenderHint(QPainter::Antialiasing, true);
     const QPen outline(scene.border, 0.7);
+    const auto blended = [&scene](const QColor& color) {
+        if (!scene.flatBackground || color.alpha() == 255)
+            return color;
+        const QColor& under = *scene.flatBackground;
+        const float a = color.alphaF();
+        return QColor::fromRgbF(color.redF() * a + under.redF() * (1 - a), color.greenF() * a + under.greenF() * (1 - a),
+                                color.blueF() * a + under.blueF() * (1 - a));
+    };
     for (const GraphMark& mark : scene.marks) {
-        painter.fillPath(mark.path, mark.color);
+        painter.fillPath(mark.path, blended(mark.color));
         painter.strokePath(mark.path, outline);
     }
     if (showLabels) {

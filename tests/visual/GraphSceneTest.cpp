@@ -305,3 +305,34 @@ TEST(GraphScene, PaintsEveryMarkIntoAPicture)
     }
     EXPECT_NE(bare, image);
 }
+
+TEST(GraphScene, FlatChartsPaintTheSameAsTranslucentFills)
+{
+    const ScanResult scan = wideTree(4, 4, 5);
+    for (StorageView view : {StorageView::sunburst, StorageView::flame}) {
+        SCOPED_TRACE(std::string(rawValue(view)));
+        const GraphLayoutInput in = inputFor(scan, view);
+        GraphScene scene = in.build(QRectF(0, 0, 500, 400));
+        ASSERT_TRUE(scene.flatBackground);
+        const auto paint = [&](const GraphScene& s) {
+            QImage image(500, 400, QImage::Format_ARGB32_Premultiplied);
+            image.fill(in.background);
+            QPainter painter(&image);
+            paintScene(painter, s, false);
+            painter.end();
+            return image;
+        };
+        const QImage fast = paint(scene);
+        scene.flatBackground.reset();
+        const QImage exact = paint(scene);
+        int worst = 0;
+        for (int y = 0; y < 400; ++y)
+            for (int x = 0; x < 500; ++x) {
+                const QColor a = fast.pixelColor(x, y), b = exact.pixelColor(x, y);
+                worst = std::max({worst, std::abs(a.red() - b.red()), std::abs(a.green() - b.green()),
+                                  std::abs(a.blue() - b.blue())});
+            }
+        EXPECT_LE(worst, 4); // rounding at antialiased edges only
+    }
+    EXPECT_FALSE(inputFor(scan, StorageView::bubbles).build(QRectF(0, 0, 500, 400)).flatBackground);
+}
