@@ -3,7 +3,7 @@
 
 #include <ostream>
 
-#include "apps/ApplicationInventory.h"
+#include "applications/ApplicationInventory.h"
 #include "Cli.h"
 #include "model/Formatting.h"
 #include "storage/ScanJson.h"

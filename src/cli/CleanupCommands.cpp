@@ -16,7 +16,7 @@
 #include "model/ScanPaths.h"
 #include "platform/AtomicFile.h"
 #include "scan/DiskScanner.h"
-#include "state/AppStorage.h"
+#include "storage/AppStorage.h"
 #include "storage/ScanJson.h"
 
 namespace tarnbridge::cli {

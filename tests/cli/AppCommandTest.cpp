@@ -19,7 +19,7 @@
 #include <thread>
 
 #include "Cli.h"
-#include "apps/ApplicationInventory.h"
+#include "applications/ApplicationInventory.h"
 #include "support/TempTree.h"
 
 using namespace tarnbridge;

@@ -6,8 +6,8 @@
 #include <fstream>
 #include <regex>
 
-#include "snapshot/SnapshotStore.h"
-#include "state/AppStorage.h"
+#include "snapshots/SnapshotStore.h"
+#include "storage/AppStorage.h"
 #include "support/TempTree.h"
 
 using namespace tarnbridge;

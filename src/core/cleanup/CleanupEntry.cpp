@@ -7,6 +7,7 @@
 
 #include "model/Errors.h"
 #include "model/PathText.h"
+#include "platform/RunningPrograms.h"
 #include "scan/DiskScanner.h"
 
 namespace tarnbridge {
@@ -135,7 +136,7 @@ void CleanupEntry::validate(const CleanupPolicy& policy) const
                 refuse(kProtectedAppInside);
     }
 
-    for (const std::string& program : CleanupPolicy::runningPrograms())
+    for (const std::string& program : platform::runningExecutables())
         if (isAtOrBelow(program, path))
             refuse("Quit " + named(path) + " before moving it to Trash.");
 }

@@ -2,8 +2,6 @@
 
 #include <QString>
 
-#include <dirent.h>
-
 #include <algorithm>
 
 #include <cstdlib>
@@ -14,6 +12,7 @@
 #include "model/PathText.h"
 #include "model/ScanPaths.h"
 #include "model/TextEncoding.h"
+#include "platform/RunningPrograms.h"
 
 namespace tarnbridge {
 
@@ -99,14 +98,6 @@ bool within(const std::string& path, const std::string& folder)
     return path == folder || PathText::contains(path, folder);
 }
 
-std::vector<std::string> ownExecutables()
-{
-    std::vector<std::string> out{resolved("/proc/self/exe")};
-    if (const char* image = std::getenv("APPIMAGE"); image && *image)
-        out.push_back(resolved(image));
-    return out;
-}
-
 } // namespace
 
 bool CleanupPolicy::isProtectedSystemApp(const std::string& folder)
@@ -120,29 +111,6 @@ bool CleanupPolicy::isProtectedSystemApp(const std::string& folder)
 std::string CleanupPolicy::resolve(const std::string& path)
 {
     return resolved(path);
-}
-
-std::vector<std::string> CleanupPolicy::runningPrograms()
-{
-    std::vector<std::string> out;
-    DIR* proc = ::opendir("/proc");
-    if (!proc)
-        return out;
-    while (const dirent* entry = ::readdir(proc)) {
-        const char* name = entry->d_name;
-        if (*name < '1' || *name > '9')
-            continue;
-        // A process we may not inspect, or one that ended meanwhile, is simply not listed.
-        char* target = ::realpath((std::string("/proc/") + name + "/exe").c_str(), nullptr);
-        if (!target)
-            continue;
-        out.emplace_back(target);
-        std::free(target);
-    }
-    ::closedir(proc);
-    std::sort(out.begin(), out.end());
-    out.erase(std::unique(out.begin(), out.end()), out.end());
-    return out;
 }
 
 std::string CleanupPolicy::currentHome()
@@ -228,7 +196,7 @@ std::optional<std::string> CleanupPolicy::rejection(std::string_view path) const
             return kRefusedRootFolder;
 
     // 9. The program itself.
-    for (const std::string& self : ownExecutables())
+    for (const std::string& self : platform::ownExecutables())
         if (canonicalTarget == canonical(self))
             return kRefusedSelf;
 

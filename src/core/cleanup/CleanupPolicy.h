@@ -30,9 +30,6 @@ struct CleanupPolicy {
     // realpath(3); a path that cannot be resolved comes back unchanged.
     static std::string resolve(const std::string& path);
 
-    // The resolved executables of the running processes this account may read.
-    static std::vector<std::string> runningPrograms();
-
     std::vector<std::string> protectedPaths() const;
     std::vector<std::string> rootFolders() const;
 };

@@ -4,7 +4,7 @@
 
 #include <sys/stat.h>
 
-#include "cleanup/Trash.h"
+#include "platform/Trash.h"
 #include "model/Errors.h"
 #include "model/ScanPaths.h"
 #include "platform/AtomicFile.h"

@@ -10,7 +10,7 @@
 #include <thread>
 
 #include "cleanup/CleanupService.h"
-#include "cleanup/Trash.h"
+#include "platform/Trash.h"
 #include "model/Errors.h"
 #include "model/ScanPaths.h"
 #include "scan/DiskScanner.h"

@@ -7,7 +7,7 @@
 
 #include "cleanup/CleanupBackup.h"
 #include "cleanup/CleanupService.h"
-#include "snapshot/SnapshotStore.h"
+#include "snapshots/SnapshotStore.h"
 
 class QSettings;
 

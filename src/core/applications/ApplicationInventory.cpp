@@ -1,4 +1,4 @@
-#include "apps/ApplicationInventory.h"
+#include "applications/ApplicationInventory.h"
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -18,7 +18,7 @@
 #include <set>
 #include <unordered_map>
 
-#include "apps/DesktopEntry.h"
+#include "platform/DesktopEntry.h"
 #include "model/Errors.h"
 #include "model/PathText.h"
 #include "model/TextEncoding.h"

@@ -1,4 +1,4 @@
-#include "apps/DesktopEntry.h"
+#include "platform/DesktopEntry.h"
 
 #include <algorithm>
 

@@ -2,7 +2,7 @@
 
 #include <system_error>
 
-#include "apps/DesktopEntry.h"
+#include "platform/DesktopEntry.h"
 #include "model/Errors.h"
 #include "support/TempTree.h"
 

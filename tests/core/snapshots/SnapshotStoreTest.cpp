@@ -7,7 +7,7 @@
 #include <fstream>
 
 #include "model/Errors.h"
-#include "snapshot/SnapshotStore.h"
+#include "snapshots/SnapshotStore.h"
 #include "support/FakeScan.h"
 #include "support/TempTree.h"
 

@@ -1,4 +1,4 @@
-#include "apps/ApplicationOwnership.h"
+#include "applications/ApplicationOwnership.h"
 
 #include <algorithm>
 #include <array>

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "apps/ApplicationOwnership.h"
+#include "applications/ApplicationOwnership.h"
 #include "model/CancellationFlag.h"
 #include "model/DiskNode.h"
 #include "model/ScanResult.h"

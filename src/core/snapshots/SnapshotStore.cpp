@@ -1,4 +1,4 @@
-#include "snapshot/SnapshotStore.h"
+#include "snapshots/SnapshotStore.h"
 
 #include <QUuid>
 

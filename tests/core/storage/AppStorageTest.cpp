@@ -6,7 +6,7 @@
 #include <fstream>
 
 #include "model/Errors.h"
-#include "state/AppStorage.h"
+#include "storage/AppStorage.h"
 #include "support/TempTree.h"
 
 using namespace tarnbridge;

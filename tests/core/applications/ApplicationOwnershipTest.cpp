@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "apps/ApplicationOwnership.h"
+#include "applications/ApplicationOwnership.h"
 
 using namespace tarnbridge;
 

@@ -1,4 +1,4 @@
-#include "state/AppStorage.h"
+#include "storage/AppStorage.h"
 
 #include <QSettings>
 

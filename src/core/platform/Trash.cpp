@@ -1,4 +1,4 @@
-#include "cleanup/Trash.h"
+#include "platform/Trash.h"
 
 #include <fcntl.h>
 #include <linux/fs.h>

@@ -8,7 +8,7 @@
 #include <set>
 #include <thread>
 
-#include "apps/ApplicationInventory.h"
+#include "applications/ApplicationInventory.h"
 #include "model/Errors.h"
 #include "support/TempTree.h"
 
