@@ -215,7 +215,17 @@ std::string moveToTrash(const std::string& path)
         const std::string top = topFolder(path, deviceOf(path));
         recorded = top == "/" ? path.substr(1) : path.substr(top.size() + 1);
     }
-    const std::string name(PathText::name(path));
+    // The name in the Trash need not be the original (the .trashinfo keeps that), but
+    // NAME.trashinfo must fit the file system's 255-byte limit, with room for ".NNNN".
+    std::string name(PathText::name(path));
+    constexpr std::size_t kLongest = 255 - 10 - 5;
+    if (name.size() > kLongest) {
+        name.resize(kLongest);
+        while (!name.empty() && (static_cast<unsigned char>(name.back()) & 0xC0) == 0x80)
+            name.pop_back(); // do not leave half a character
+        if (!name.empty() && static_cast<unsigned char>(name.back()) >= 0xC0)
+            name.pop_back();
+    }
     const std::string info = "[Trash Info]\nPath=" + encodePath(recorded) + "\nDeletionDate=" + localTime() + "\n";
 
     for (int n = 1;; ++n) {

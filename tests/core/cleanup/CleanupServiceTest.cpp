@@ -12,6 +12,7 @@
 #include "cleanup/CleanupService.h"
 #include "platform/Trash.h"
 #include "model/Errors.h"
+#include "model/PathText.h"
 #include "model/ScanPaths.h"
 #include "scan/DiskScanner.h"
 #include "support/TempTree.h"
@@ -134,6 +135,22 @@ TEST(Trash, SecondItemOfOneNameGetsTheNextFreeName)
     struct stat st {};
     ASSERT_EQ(::stat((fake.dataHome() + "/Trash/info").c_str(), &st), 0);
     EXPECT_EQ(st.st_mode & 0777, 0700u);
+}
+
+TEST(Trash, LongestNamesGetAShorterNameInTheTrashAndComeBack)
+{
+    FakeHome fake;
+    // 252 bytes; the cut at 240 would fall inside the "é".
+    const std::string longName = std::string(239, 'n') + "\xC3\xA9" + std::string(11, 'z');
+    const std::string item = fake.tree().file("home/work/" + longName, 4);
+    const std::string moved = Trash::moveToTrash(item);
+    EXPECT_FALSE(exists(item));
+    EXPECT_EQ(std::string(PathText::name(moved)), std::string(239, 'n')); // cut before the "é"
+    EXPECT_NE(readText(fake.dataHome() + "/Trash/info/" + std::string(239, 'n') + ".trashinfo").find(Trash::encodePath(item)),
+              std::string::npos);
+    EXPECT_NE(runProcess({"trash-list"}).out.find(fake.home() + "/work/nnn"), std::string::npos);
+    Trash::putBack(moved, item);
+    EXPECT_TRUE(exists(item));
 }
 
 TEST(Trash, FailedMoveLeavesNoTrashInfoAndTheItemInPlace)
