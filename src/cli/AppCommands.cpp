@@ -78,7 +78,7 @@ void printApp(const InstalledApplication& app, std::ostream& out)
     const std::int64_t bundle = app.bytes() - app.supportBytes();
     out << "  Bundle " << formattedBytes(bundle) << " · "
         << (app.supportBytes() < 1 ? std::string("App bundle only")
-                                   : "+" + formattedBytes(app.supportBytes()) + " leftovers")
+                                   : std::string("+").append(formattedBytes(app.supportBytes())).append(" leftovers"))
         << "\n";
     if (app.bundleScan.skippedCount() > 0)
         out << "  " << withSeparators(app.bundleScan.skippedCount())

@@ -70,7 +70,7 @@ std::string sampleJson(const MonitorSample& s)
     out += ",\"systemCPU\":" + jsonNumber(s.systemCPU);
     out += ",\"loadAverages\":[";
     for (std::size_t i = 0; i < s.loadAverages.size(); ++i)
-        out += (i ? "," : "") + jsonNumber(s.loadAverages[i]);
+        out.append(i ? "," : "").append(jsonNumber(s.loadAverages[i]));
     out += "],\"uptime\":" + jsonNumber(s.uptime);
     out += ",\"memoryUsed\":" + std::to_string(s.memoryUsed);
     out += ",\"memoryTotal\":" + std::to_string(s.memoryTotal);
@@ -98,14 +98,16 @@ std::string sampleJson(const MonitorSample& s)
     }
     out += "],\"issues\":[";
     for (std::size_t i = 0; i < s.issues.size(); ++i)
-        out += (i ? "," : "") + quoted(s.issues[i]);
+        out.append(i ? "," : "").append(quoted(s.issues[i]));
     return out + "]}";
 }
 
 std::string bar(double fraction, std::size_t width)
 {
     const auto filled = std::size_t(std::lround(std::clamp(fraction, 0.0, 1.0) * double(width)));
-    return "[" + std::string(filled, '#') + std::string(width - filled, '.') + "]";
+    std::string out = "[";
+    out.append(filled, '#').append(width - filled, '.').push_back(']');
+    return out;
 }
 
 void printSample(const MonitorSample& s, std::ostream& out)
