@@ -99,15 +99,18 @@ bool ScanQuery::nameContains(std::string_view name) const
 bool ScanQuery::matches(const ScanData& scan, NodeId id, std::int64_t now) const
 {
     const NodeRecord& r = scan[id];
-    const std::string_view name = scan.name(id);
-    if (!showHidden && !name.empty() && name.front() == '.')
-        return false;
-    if (!text.empty() && !nameContains(name))
-        return false;
     if (r.bytes(measure) < minimumBytes)
         return false;
-    if (category && (r.isDirectory() || FileCategory::classify(name) != *category))
-        return false;
+    // The name lives in another buffer: read it only when a test needs it.
+    if (!showHidden || !text.empty() || category) {
+        const std::string_view name = scan.name(id);
+        if (!showHidden && !name.empty() && name.front() == '.')
+            return false;
+        if (!text.empty() && !nameContains(name))
+            return false;
+        if (category && (r.isDirectory() || FileCategory::classify(name) != *category))
+            return false;
+    }
     if (modifiedBeforeDays == 0)
         return true;
     return double(modifiedBeforeDays) * 86400.0 <= double(now - r.modifiedSeconds);

@@ -3,7 +3,10 @@
 #include <QString>
 
 #include <algorithm>
+#include <array>
 #include <map>
+#include <memory>
+#include <utility>
 
 #include "query/ScanPresentation.h"
 #include "query/ScanQuery.h"
@@ -79,6 +82,58 @@ std::vector<NodeId> ScanQuery::sortedIds(const ScanResult& scan, std::string_vie
     }
 
     const bool ascending = order == SortOrder::ascending;
+    if (field != ScanSortField::name && d.sealed()) {
+        // Numbers with path ranks: one flat key per row, so the sort compares two integers.
+        struct Flat {
+            std::uint64_t key;
+            std::uint32_t rank;
+            NodeId id;
+        };
+        // New memory is first touched inside the loops below, which look at the flag every 64K
+        // rows: faulting in tens of megabytes can take longer than a stop may wait.
+        const std::size_t n = rows.size();
+        auto poll = [cancellation](std::size_t i) {
+            if (cancellation && (i & 0xFFFF) == 0)
+                cancellation->check();
+        };
+        std::unique_ptr<Flat[]> flat(new Flat[n]), spare(new Flat[n]);
+        for (std::size_t i = 0; i < n; ++i) {
+            poll(i);
+            const std::uint64_t biased = std::uint64_t(rows[i].number) ^ (std::uint64_t(1) << 63);
+            flat[i] = {ascending ? biased : ~biased, d.pathRank(rows[i].id), rows[i].id};
+        }
+        // Least significant digit radix sort: stable byte passes over the rank, then the key.
+        // All byte counts come from one read; a byte that is the same in every row costs no pass.
+        auto digit = [](const Flat& row, unsigned d) {
+            return d < 4 ? std::size_t((row.rank >> (8 * d)) & 0xFF) : std::size_t((row.key >> (8 * (d - 4))) & 0xFF);
+        };
+        std::vector<std::array<std::size_t, 256>> counts(12, std::array<std::size_t, 256>{});
+        for (std::size_t i = 0; i < n; ++i) {
+            poll(i);
+            for (unsigned d = 0; d < 12; ++d)
+                ++counts[d][digit(flat[i], d)];
+        }
+        for (unsigned d = 0; d < 12; ++d) {
+            auto& count = counts[d];
+            if (std::any_of(count.begin(), count.end(), [&](std::size_t c) { return c == n; }))
+                continue;
+            std::size_t offset = 0;
+            for (std::size_t& c : count)
+                offset += std::exchange(c, offset);
+            for (std::size_t i = 0; i < n; ++i) {
+                poll(i);
+                spare[count[digit(flat[i], d)]++] = flat[i];
+            }
+            flat.swap(spare);
+        }
+        if (cancellation)
+            cancellation->check();
+        std::vector<NodeId> out;
+        out.reserve(n);
+        for (std::size_t i = 0; i < n; ++i)
+            out.push_back(flat[i].id);
+        return out;
+    }
     sortWithPathTies(
         rows, d,
         [&](const Row& a, const Row& b) {

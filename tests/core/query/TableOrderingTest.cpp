@@ -2,6 +2,8 @@
 
 #include <QLocale>
 
+#include "model/PathText.h"
+#include "query/ScanPresentation.h"
 #include "query/ScanQuery.h"
 #include "support/FakeScan.h"
 
@@ -59,4 +61,47 @@ TEST(TableOrdering, ItemCountsKindsAndDepth)
     cancelled.cancel();
     EXPECT_THROW(ScanQuery{}.sortedPaths(scan, "/r", true, ScanSortField::name, SortOrder::ascending, &cancelled),
                  CancellationError);
+}
+
+TEST(TableOrdering, NumericColumnsMatchAReferenceSortOnRandomTrees)
+{
+    // Sizes across many byte widths, dates before and after 1970, and plenty of ties.
+    std::vector<test::FakeEntry> entries;
+    std::uint64_t seed = 99;
+    auto next = [&] {
+        seed = seed * 6364136223846793005ull + 1442695040888963407ull;
+        return seed >> 16;
+    };
+    for (int i = 0; i < 3000; ++i) {
+        const int shift = int(next() % 44);
+        const std::int64_t size = next() % 5 == 0 ? 4096 : std::int64_t(next() % (std::uint64_t(1) << shift));
+        const std::int64_t modified = std::int64_t(next() % 4'000'000'000ull) - 1'000'000'000;
+        entries.push_back({"d" + std::to_string(next() % 40) + "/s" + std::to_string(next() % 7) + "/f" +
+                               std::to_string(i),
+                           size, std::int64_t(next() % 3) * 4096, modified});
+    }
+    const ScanResult scan = fakeScan("/r", entries);
+    const ScanData& d = scan.data();
+    for (ScanSortField field : {ScanSortField::allocatedSize, ScanSortField::logicalSize, ScanSortField::modified,
+                                ScanSortField::itemCount}) {
+        for (SortOrder order : {SortOrder::ascending, SortOrder::descending}) {
+            const auto got = ScanQuery{}.sortedIds(scan, "/r", true, field, order);
+            std::vector<NodeId> expected = got;
+            auto value = [&](NodeId id) -> std::int64_t {
+                switch (field) {
+                case ScanSortField::allocatedSize: return d[id].allocatedSize;
+                case ScanSortField::logicalSize: return d[id].logicalSize;
+                case ScanSortField::modified: return d[id].modifiedSeconds;
+                default: return itemCount(d[id]);
+                }
+            };
+            std::sort(expected.begin(), expected.end(), [&](NodeId a, NodeId b) {
+                if (value(a) != value(b))
+                    return order == SortOrder::ascending ? value(a) < value(b) : value(a) > value(b);
+                return PathText::compare(d.path(a), d.path(b)) < 0;
+            });
+            ASSERT_EQ(got.size(), scan.nodeCount() - 1);
+            EXPECT_EQ(got, expected) << int(field) << " " << int(order);
+        }
+    }
 }
