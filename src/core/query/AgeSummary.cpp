@@ -84,9 +84,9 @@ void AgeSummary::add(NodeId id, SizeMeasure measure, std::int64_t now, MonthCale
 
 void AgeSummary::sortEntries(const CancellationFlag* cancellation)
 {
-    sortWithPathTies(
-        entries, scan.data(), [](const Entry& a, const Entry& b) { return a.bytes > b.bytes; },
-        [](const Entry& e) { return e.id; }, cancellation);
+    sortByNumberWithPathTies(
+        entries, scan.data(), false, [](const Entry& e) { return e.bytes; }, [](const Entry& e) { return e.id; },
+        cancellation);
 }
 
 AgeSummary AgeSummary::make(const ScanResult& scan, std::string_view focus, const ScanQuery& query,

@@ -29,12 +29,13 @@ int comparePaths(const ScanData& scan, NodeId a, NodeId b)
 {
     if (a == b)
         return 0;
-    if (scan[a].parent == scan[b].parent)
-        return PathText::compare(scan.name(a), scan.name(b));
+    // A sealed scan has every path's rank: one integer compare, siblings included.
     if (scan.sealed()) {
         const std::uint32_t ra = scan.pathRank(a), rb = scan.pathRank(b);
         return ra < rb ? -1 : 1;
     }
+    if (scan[a].parent == scan[b].parent)
+        return PathText::compare(scan.name(a), scan.name(b));
     thread_local std::string left, right;
     left.clear();
     right.clear();
@@ -98,7 +99,11 @@ bool ScanQuery::nameContains(std::string_view name) const
 
 bool ScanQuery::matches(const ScanData& scan, NodeId id, std::int64_t now) const
 {
-    const NodeRecord& r = scan[id];
+    return matches(scan, id, scan[id], now);
+}
+
+bool ScanQuery::matches(const ScanData& scan, NodeId id, const NodeRecord& r, std::int64_t now) const
+{
     if (r.bytes(measure) < minimumBytes)
         return false;
     // The name lives in another buffer: read it only when a test needs it.
@@ -200,11 +205,17 @@ RankedPage ScanQuery::rankedPage(const ScanResult& scan, std::string_view focus,
     // that is the worst row kept, the one a newcomer must beat.
     std::vector<NodeId> heap;
     std::int64_t count = 0;
+    // The size of the worst row kept: most records lose to it on size alone, without another
+    // look at the heap.
+    std::int64_t worstKept = 0;
+    // Without name or date tests the filter is one comparison.
+    const bool sizeOnly = showHidden && text.empty() && !category && modifiedBeforeDays == 0;
     auto offer = [&](NodeId id) {
-        if (!matches(d, id, now))
-            return;
-        const bool folder = d[id].isDirectory();
+        const NodeRecord& r = d[id];
+        const bool folder = r.isDirectory();
         if ((scope == RankingScope::files && folder) || (scope == RankingScope::folders && !folder))
+            return;
+        if (sizeOnly ? r.bytes(measure) < minimumBytes : !matches(d, id, r, now))
             return;
         ++count;
         if (limit < 1)
@@ -212,11 +223,15 @@ RankedPage ScanQuery::rankedPage(const ScanResult& scan, std::string_view focus,
         if (std::int64_t(heap.size()) < limit) {
             heap.push_back(id);
             std::push_heap(heap.begin(), heap.end(), better);
-        } else if (better(id, heap.front())) {
+        } else if (r.bytes(measure) >= worstKept && better(id, heap.front())) {
             std::pop_heap(heap.begin(), heap.end(), better);
             heap.back() = id;
             std::push_heap(heap.begin(), heap.end(), better);
+        } else {
+            return;
         }
+        if (std::int64_t(heap.size()) == limit)
+            worstKept = d[heap.front()].bytes(measure);
     };
 
     if (scope == RankingScope::current) {

@@ -53,6 +53,7 @@ struct ScanQuery {
 
     bool matches(const DiskNode& node, std::int64_t now) const;
     bool matches(const ScanData& scan, NodeId id, std::int64_t now) const;
+    bool matches(const ScanData& scan, NodeId id, const NodeRecord& record, std::int64_t now) const;
 
     // Every passing record below `focus` (itself never), depth first, last child first; a
     // folder that fails still has its contents searched.

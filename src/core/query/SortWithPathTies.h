@@ -1,6 +1,10 @@
 #pragma once
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <utility>
 #include <string>
 #include <vector>
 
@@ -55,6 +59,75 @@ void sortWithPathTies(std::vector<Item>& items, const ScanData& scan, Before bef
         }
         start = end;
     }
+    if (cancellation)
+        cancellation->check();
+}
+
+
+// Sorts `items` by an integer (`valueOf`), ascending or descending, ties in plain path order.
+// On a sealed scan this is a radix sort of (value, path rank) pairs: a handful of linear passes
+// instead of a million comparisons. New memory is first touched inside loops that look at the
+// flag every 64K items, since faulting in tens of megabytes can outlast a stop's wait.
+template <class Item, class ValueOf, class IdOf>
+void sortByNumberWithPathTies(std::vector<Item>& items, const ScanData& scan, bool ascending, ValueOf valueOf,
+                              IdOf idOf, const CancellationFlag* cancellation)
+{
+    if (!scan.sealed() || items.size() >= (std::size_t(1) << 32)) {
+        sortWithPathTies(
+            items, scan,
+            [&](const Item& a, const Item& b) {
+                return ascending ? valueOf(a) < valueOf(b) : valueOf(a) > valueOf(b);
+            },
+            idOf, cancellation);
+        return;
+    }
+    struct Flat {
+        std::uint64_t key;
+        std::uint32_t rank;
+        std::uint32_t index;
+    };
+    const std::size_t n = items.size();
+    auto poll = [cancellation](std::size_t i) {
+        if (cancellation && (i & 0xFFFF) == 0)
+            cancellation->check();
+    };
+    std::unique_ptr<Flat[]> flat(new Flat[n]), spare(new Flat[n]);
+    for (std::size_t i = 0; i < n; ++i) {
+        poll(i);
+        const std::uint64_t biased = std::uint64_t(std::int64_t(valueOf(items[i]))) ^ (std::uint64_t(1) << 63);
+        flat[i] = {ascending ? biased : ~biased, scan.pathRank(idOf(items[i])), std::uint32_t(i)};
+    }
+    // Stable byte passes, least significant first: the rank's four bytes, then the key's
+    // eight. All counts come from one read; a byte that is the same everywhere costs no pass.
+    auto digit = [](const Flat& row, unsigned d) {
+        return d < 4 ? std::size_t((row.rank >> (8 * d)) & 0xFF) : std::size_t((row.key >> (8 * (d - 4))) & 0xFF);
+    };
+    std::vector<std::array<std::size_t, 256>> counts(12, std::array<std::size_t, 256>{});
+    for (std::size_t i = 0; i < n; ++i) {
+        poll(i);
+        for (unsigned d = 0; d < 12; ++d)
+            ++counts[d][digit(flat[i], d)];
+    }
+    for (unsigned d = 0; d < 12; ++d) {
+        auto& count = counts[d];
+        if (std::any_of(count.begin(), count.end(), [&](std::size_t c) { return c == n; }))
+            continue;
+        std::size_t offset = 0;
+        for (std::size_t& c : count)
+            offset += std::exchange(c, offset);
+        for (std::size_t i = 0; i < n; ++i) {
+            poll(i);
+            spare[count[digit(flat[i], d)]++] = flat[i];
+        }
+        flat.swap(spare);
+    }
+    std::vector<Item> sorted;
+    sorted.reserve(n);
+    for (std::size_t i = 0; i < n; ++i) {
+        poll(i);
+        sorted.push_back(std::move(items[flat[i].index]));
+    }
+    items.swap(sorted);
     if (cancellation)
         cancellation->check();
 }

@@ -33,6 +33,25 @@ std::vector<NodeId> ScanQuery::sortedIds(const ScanResult& scan, std::string_vie
     const ScanData& d = scan.data();
     std::vector<NodeId> ids;
     forEach(scan, focus, recursive, currentTime(), [&](NodeId id) { ids.push_back(id); }, cancellation);
+    const bool ascending = order == SortOrder::ascending;
+
+    // Sizes, counts and dates are read straight from the records.
+    if (field == ScanSortField::allocatedSize || field == ScanSortField::logicalSize ||
+        field == ScanSortField::itemCount || field == ScanSortField::modified) {
+        sortByNumberWithPathTies(
+            ids, d, ascending,
+            [&](NodeId id) -> std::int64_t {
+                const NodeRecord& r = d[id];
+                switch (field) {
+                case ScanSortField::allocatedSize: return r.allocatedSize;
+                case ScanSortField::logicalSize: return r.logicalSize;
+                case ScanSortField::itemCount: return itemCount(r);
+                default: return r.modifiedSeconds;
+                }
+            },
+            [](NodeId id) { return id; }, cancellation);
+        return ids;
+    }
 
     // One small key per row, computed once: a number, or a rank/sort key for text.
     struct Row {
@@ -81,57 +100,14 @@ std::vector<NodeId> ScanQuery::sortedIds(const ScanResult& scan, std::string_vie
         rows.push_back(row);
     }
 
-    const bool ascending = order == SortOrder::ascending;
-    if (field != ScanSortField::name && d.sealed()) {
-        // Numbers with path ranks: one flat key per row, so the sort compares two integers.
-        struct Flat {
-            std::uint64_t key;
-            std::uint32_t rank;
-            NodeId id;
-        };
-        // New memory is first touched inside the loops below, which look at the flag every 64K
-        // rows: faulting in tens of megabytes can take longer than a stop may wait.
-        const std::size_t n = rows.size();
-        auto poll = [cancellation](std::size_t i) {
-            if (cancellation && (i & 0xFFFF) == 0)
-                cancellation->check();
-        };
-        std::unique_ptr<Flat[]> flat(new Flat[n]), spare(new Flat[n]);
-        for (std::size_t i = 0; i < n; ++i) {
-            poll(i);
-            const std::uint64_t biased = std::uint64_t(rows[i].number) ^ (std::uint64_t(1) << 63);
-            flat[i] = {ascending ? biased : ~biased, d.pathRank(rows[i].id), rows[i].id};
-        }
-        // Least significant digit radix sort: stable byte passes over the rank, then the key.
-        // All byte counts come from one read; a byte that is the same in every row costs no pass.
-        auto digit = [](const Flat& row, unsigned d) {
-            return d < 4 ? std::size_t((row.rank >> (8 * d)) & 0xFF) : std::size_t((row.key >> (8 * (d - 4))) & 0xFF);
-        };
-        std::vector<std::array<std::size_t, 256>> counts(12, std::array<std::size_t, 256>{});
-        for (std::size_t i = 0; i < n; ++i) {
-            poll(i);
-            for (unsigned d = 0; d < 12; ++d)
-                ++counts[d][digit(flat[i], d)];
-        }
-        for (unsigned d = 0; d < 12; ++d) {
-            auto& count = counts[d];
-            if (std::any_of(count.begin(), count.end(), [&](std::size_t c) { return c == n; }))
-                continue;
-            std::size_t offset = 0;
-            for (std::size_t& c : count)
-                offset += std::exchange(c, offset);
-            for (std::size_t i = 0; i < n; ++i) {
-                poll(i);
-                spare[count[digit(flat[i], d)]++] = flat[i];
-            }
-            flat.swap(spare);
-        }
-        if (cancellation)
-            cancellation->check();
+    if (field != ScanSortField::name) {
+        sortByNumberWithPathTies(
+            rows, d, ascending, [](const Row& row) { return row.number; }, [](const Row& row) { return row.id; },
+            cancellation);
         std::vector<NodeId> out;
-        out.reserve(n);
-        for (std::size_t i = 0; i < n; ++i)
-            out.push_back(flat[i].id);
+        out.reserve(rows.size());
+        for (const Row& row : rows)
+            out.push_back(row.id);
         return out;
     }
     sortWithPathTies(
