@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
+#include <unordered_map>
 #include <memory>
 #include <utility>
 
@@ -53,72 +54,55 @@ std::vector<NodeId> ScanQuery::sortedIds(const ScanResult& scan, std::string_vie
         return ids;
     }
 
-    // One small key per row, computed once: a number, or a rank/sort key for text.
+    // Names and kinds: each distinct text is ranked once with the collator, and the rows are
+    // then sorted by that rank like a number. Names repeat a great deal (index.js, README.md,
+    // numbered files), so there are far fewer collation keys than rows.
+    const QCollator collator = naturalCollator();
     struct Row {
         NodeId id;
-        std::int64_t number;
-        std::uint32_t text; // index into `keys` for names
+        std::uint32_t text; // index of the row's text among the distinct ones
     };
     std::vector<Row> rows;
     rows.reserve(ids.size());
-    std::vector<QCollatorSortKey> keys;
-    const QCollator collator = naturalCollator();
-    std::map<std::string_view, std::int64_t> kindRanks;
-    if (field == ScanSortField::kindName) {
-        // A handful of distinct words: rank them once with the collator.
-        std::vector<std::string_view> words;
-        for (NodeId id : ids)
-            words.push_back(kindName(d, id));
-        std::sort(words.begin(), words.end());
-        words.erase(std::unique(words.begin(), words.end()), words.end());
-        std::stable_sort(words.begin(), words.end(), [&](std::string_view a, std::string_view b) {
-            return collator.compare(QString::fromUtf8(a.data(), qsizetype(a.size())),
-                                    QString::fromUtf8(b.data(), qsizetype(b.size()))) < 0;
-        });
-        for (std::size_t i = 0; i < words.size(); ++i)
-            kindRanks[words[i]] = std::int64_t(i);
-    }
+    std::vector<std::string_view> distinct;
+    std::unordered_map<std::string_view, std::uint32_t> indexOf;
     std::uint64_t step = 0;
-    for (NodeId id : ids) {
+    auto poll = [&] {
         if (cancellation && (++step & 1023) == 0)
             cancellation->check();
-        const NodeRecord& r = d[id];
-        Row row{id, 0, 0};
-        switch (field) {
-        case ScanSortField::name: {
-            const std::string_view name = d.name(id);
-            row.text = std::uint32_t(keys.size());
-            keys.push_back(collator.sortKey(QString::fromUtf8(name.data(), qsizetype(name.size()))));
-            break;
-        }
-        case ScanSortField::allocatedSize: row.number = r.allocatedSize; break;
-        case ScanSortField::logicalSize: row.number = r.logicalSize; break;
-        case ScanSortField::itemCount: row.number = itemCount(r); break;
-        case ScanSortField::kindName: row.number = kindRanks[kindName(d, id)]; break;
-        case ScanSortField::modified: row.number = r.modifiedSeconds; break;
-        }
-        rows.push_back(row);
+    };
+    for (NodeId id : ids) {
+        poll();
+        const std::string_view text = field == ScanSortField::name ? d.name(id) : kindName(d, id);
+        const auto [it, added] = indexOf.try_emplace(text, std::uint32_t(distinct.size()));
+        if (added)
+            distinct.push_back(text);
+        rows.push_back({id, it->second});
     }
-
-    if (field != ScanSortField::name) {
-        sortByNumberWithPathTies(
-            rows, d, ascending, [](const Row& row) { return row.number; }, [](const Row& row) { return row.id; },
-            cancellation);
-        std::vector<NodeId> out;
-        out.reserve(rows.size());
-        for (const Row& row : rows)
-            out.push_back(row.id);
-        return out;
+    std::vector<QCollatorSortKey> keys;
+    keys.reserve(distinct.size());
+    for (std::string_view text : distinct) {
+        poll();
+        keys.push_back(collator.sortKey(QString::fromUtf8(text.data(), qsizetype(text.size()))));
     }
-    sortWithPathTies(
-        rows, d,
-        [&](const Row& a, const Row& b) {
-            const int r = field == ScanSortField::name
-                              ? keys[a.text].compare(keys[b.text])
-                              : (a.number < b.number ? -1 : (a.number > b.number ? 1 : 0));
-            return ascending ? r < 0 : r > 0;
-        },
-        [](const Row& row) { return row.id; }, cancellation);
+    std::vector<std::uint32_t> byKey(distinct.size());
+    for (std::uint32_t i = 0; i < byKey.size(); ++i)
+        byKey[i] = i;
+    std::sort(byKey.begin(), byKey.end(), [&](std::uint32_t x, std::uint32_t y) {
+        poll();
+        return keys[x].compare(keys[y]) < 0;
+    });
+    // Texts the collator holds equal ("File" and "file") share a rank; the path decides then.
+    std::vector<std::int64_t> rank(distinct.size());
+    std::int64_t current = 0;
+    for (std::size_t i = 0; i < byKey.size(); ++i) {
+        if (i > 0 && keys[byKey[i - 1]].compare(keys[byKey[i]]) != 0)
+            ++current;
+        rank[byKey[i]] = current;
+    }
+    sortByNumberWithPathTies(
+        rows, d, ascending, [&](const Row& row) { return rank[row.text]; }, [](const Row& row) { return row.id; },
+        cancellation);
     std::vector<NodeId> out;
     out.reserve(rows.size());
     for (const Row& row : rows)

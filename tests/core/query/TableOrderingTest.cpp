@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <QCollator>
 #include <QLocale>
 
 #include "model/PathText.h"
@@ -103,5 +104,43 @@ TEST(TableOrdering, NumericColumnsMatchAReferenceSortOnRandomTrees)
             ASSERT_EQ(got.size(), scan.nodeCount() - 1);
             EXPECT_EQ(got, expected) << int(field) << " " << int(order);
         }
+    }
+}
+
+TEST(TableOrdering, NameOrderMatchesTheCollatorOnRandomTreesWithRepeatedNames)
+{
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    // Names repeat across folders, in several cases and with numbers of several widths.
+    const std::vector<std::string> stems{"index", "Index", "README", "readme", "file", "File", "caf\xC3\xA9",
+                                         "cafe\xCC\x81", "z\xC3\xBCrich", "_build", ".hidden", "a b"};
+    std::vector<test::FakeEntry> entries;
+    std::uint64_t seed = 7;
+    auto next = [&] {
+        seed = seed * 6364136223846793005ull + 1442695040888963407ull;
+        return seed >> 16;
+    };
+    for (int i = 0; i < 1500; ++i) {
+        std::string name = stems[next() % stems.size()];
+        if (next() % 2)
+            name += std::to_string(next() % 120);
+        entries.push_back({"d" + std::to_string(next() % 25) + "/" + name + (next() % 3 ? ".txt" : ""), 1});
+    }
+    const ScanResult scan = fakeScan("/r", entries);
+    const ScanData& d = scan.data();
+    QCollator collator;
+    collator.setNumericMode(true);
+    collator.setCaseSensitivity(Qt::CaseInsensitive);
+    for (SortOrder order : {SortOrder::ascending, SortOrder::descending}) {
+        const auto got = ScanQuery{}.sortedIds(scan, "/r", true, ScanSortField::name, order);
+        std::vector<NodeId> expected = got;
+        std::stable_sort(expected.begin(), expected.end(), [&](NodeId a, NodeId b) {
+            const std::string_view na = d.name(a), nb = d.name(b);
+            const int c = collator.compare(QString::fromUtf8(na.data(), qsizetype(na.size())),
+                                           QString::fromUtf8(nb.data(), qsizetype(nb.size())));
+            if (c != 0)
+                return order == SortOrder::ascending ? c < 0 : c > 0;
+            return PathText::compare(d.path(a), d.path(b)) < 0;
+        });
+        EXPECT_EQ(got, expected) << int(order);
     }
 }
