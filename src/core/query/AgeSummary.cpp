@@ -75,15 +75,39 @@ void AgeSummary::add(NodeId id, SizeMeasure measure, std::int64_t now, MonthCale
     const ModificationMonth month = calendar.month(r.modifiedSeconds);
     const std::int64_t bytes = r.bytes(measure);
     totals[std::size_t(range)] += bytes;
-    months[month] += bytes;
+    const std::int64_t key = std::int64_t(month.year) * 12 + (month.month - 1);
+    if (monthBytes_.empty()) {
+        firstMonth_ = key;
+    } else if (key < firstMonth_) {
+        const auto grow = std::size_t(firstMonth_ - key);
+        monthBytes_.insert(monthBytes_.begin(), grow, 0);
+        monthSeen_.insert(monthSeen_.begin(), grow, 0);
+        firstMonth_ = key;
+    }
+    const auto slot = std::size_t(key - firstMonth_);
+    if (slot >= monthBytes_.size()) {
+        monthBytes_.resize(slot + 1, 0);
+        monthSeen_.resize(slot + 1, 0);
+    }
+    monthBytes_[slot] += bytes;
+    monthSeen_[slot] = 1;
     constexpr std::int64_t year = 31'536'000;
     const bool untouched = r.logicalSize >= 40'000'000 && now - r.modifiedSeconds > year &&
                            now - r.accessedSeconds > year;
     entries.push_back({id, bytes, range, month, untouched});
 }
 
-void AgeSummary::sortEntries(const CancellationFlag* cancellation)
+void AgeSummary::finish(const CancellationFlag* cancellation)
 {
+    for (std::size_t slot = 0; slot < monthBytes_.size(); ++slot) {
+        if (!monthSeen_[slot])
+            continue;
+        const std::int64_t key = firstMonth_ + std::int64_t(slot);
+        const std::int64_t year = key >= 0 ? key / 12 : -((-key + 11) / 12);
+        months[ModificationMonth{int(year), int(key - year * 12) + 1}] += monthBytes_[slot];
+    }
+    monthBytes_.clear();
+    monthSeen_.clear();
     sortByNumberWithPathTies(
         entries, scan.data(), false, [](const Entry& e) { return e.bytes; }, [](const Entry& e) { return e.id; },
         cancellation);
@@ -94,9 +118,12 @@ AgeSummary AgeSummary::make(const ScanResult& scan, std::string_view focus, cons
 {
     AgeSummary summary;
     summary.scan = scan;
+    // One entry per file at most: reserving it spares the copies of a growing vector.
+    if (const NodeId start = scan.isEmpty() ? kNoNode : scan.find(focus); start != kNoNode)
+        summary.entries.reserve(std::size_t(std::max<std::int64_t>(scan.data()[start].fileCount, 0)));
     query.forEach(scan, focus, true, now, [&](NodeId id) { summary.add(id, query.measure, now, calendar); },
                   cancellation);
-    summary.sortEntries(cancellation);
+    summary.finish(cancellation);
     return summary;
 }
 
@@ -105,12 +132,13 @@ AgeSummary AgeSummary::make(const ScanResult& scan, const std::vector<NodeId>& n
 {
     AgeSummary summary;
     summary.scan = scan;
+    summary.entries.reserve(nodes.size());
     for (std::size_t i = 0; i < nodes.size(); ++i) {
         if (cancellation && i % 512 == 0)
             cancellation->check();
         summary.add(nodes[i], measure, now, calendar);
     }
-    summary.sortEntries(cancellation);
+    summary.finish(cancellation);
     return summary;
 }
 

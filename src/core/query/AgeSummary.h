@@ -81,7 +81,13 @@ struct AgeSummary {
 
 private:
     void add(NodeId id, SizeMeasure measure, std::int64_t now, MonthCalendar& calendar);
-    void sortEntries(const CancellationFlag* cancellation);
+    void finish(const CancellationFlag* cancellation);
+
+    // Month sums while adding, by year * 12 + month from the first month seen: an array
+    // index instead of a map lookup per file. `finish` moves them into `months`.
+    std::vector<std::int64_t> monthBytes_;
+    std::vector<char> monthSeen_;
+    std::int64_t firstMonth_ = 0;
 };
 
 } // namespace tarnbridge
