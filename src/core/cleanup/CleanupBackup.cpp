@@ -18,6 +18,7 @@
 #include "model/PathText.h"
 #include "model/ScanPaths.h"
 #include "platform/AtomicFile.h"
+#include "platform/FileIO.h"
 #include "scan/DiskScanner.h"
 
 namespace tarnbridge {
@@ -86,23 +87,6 @@ int openOrThrow(const std::string& path, int flags, mode_t mode = 0)
     return fd;
 }
 
-// Reads up to `size` bytes, fewer only at the end of the file.
-std::size_t readBlock(int fd, char* buffer, std::size_t size)
-{
-    std::size_t got = 0;
-    while (got < size) {
-        const ssize_t n = ::read(fd, buffer + got, size - got);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            throw systemError(errno);
-        if (n == 0)
-            break;
-        got += std::size_t(n);
-    }
-    return got;
-}
-
 std::string linkText(const std::string& path)
 {
     std::string text(4096, '\0');
@@ -142,7 +126,7 @@ void copyFile(const std::string& from, const std::string& to, const struct stat&
             throw systemError(errno);
         std::unique_ptr<char[]> buffer(new char[1 << 20]);
         for (;;) {
-            const std::size_t n = readBlock(in.get(), buffer.get(), 1 << 20);
+            const std::size_t n = platform::readFully(in.get(), buffer.get(), 1 << 20);
             if (n == 0)
                 break;
             for (std::size_t written = 0; written < n;) {
@@ -246,8 +230,8 @@ void compareFile(const std::string& a, const std::string& b, const CancellationF
     std::unique_ptr<char[]> one(new char[kBlock]), two(new char[kBlock]);
     for (;;) {
         cancellation.check();
-        const std::size_t n = readBlock(left.get(), one.get(), kBlock);
-        const std::size_t m = readBlock(right.get(), two.get(), kBlock);
+        const std::size_t n = platform::readFully(left.get(), one.get(), kBlock);
+        const std::size_t m = platform::readFully(right.get(), two.get(), kBlock);
         if (n != m || std::memcmp(one.get(), two.get(), n) != 0)
             refuse("The backup of " + std::string(PathText::name(a)) + " does not match the original.");
         if (n == 0)
@@ -308,7 +292,7 @@ BackupReceipt create(const std::vector<CleanupEntry>& entries, const std::string
 
     const auto destinationSpellings = ScanPaths::candidates(destination);
     for (const CleanupEntry& e : clean) {
-        const std::string item = CleanupPolicy::resolve(ScanPaths::normalize(e.node.path));
+        const std::string item = platform::resolvedPath(ScanPaths::normalize(e.node.path));
         for (const std::string& p : ScanPaths::candidates(item))
             for (const std::string& d : destinationSpellings)
                 if (isAtOrBelow(d, p))

@@ -12,22 +12,12 @@
 #include "model/PathText.h"
 #include "model/ScanPaths.h"
 #include "model/TextEncoding.h"
+#include "platform/FileIO.h"
 #include "platform/RunningPrograms.h"
 
 namespace tarnbridge {
 
 namespace {
-
-// realpath(3); a path that cannot be resolved comes back unchanged.
-std::string resolved(const std::string& path)
-{
-    char* out = ::realpath(path.c_str(), nullptr);
-    if (!out)
-        return path;
-    std::string result(out);
-    std::free(out);
-    return result;
-}
 
 // Paths compare as canonically equivalent text: a composed and a decomposed name are one.
 std::string canonical(std::string_view path)
@@ -108,15 +98,10 @@ bool CleanupPolicy::isProtectedSystemApp(const std::string& folder)
     return identifier && identifier->rfind("com.apple.", 0) == 0;
 }
 
-std::string CleanupPolicy::resolve(const std::string& path)
-{
-    return resolved(path);
-}
-
 std::string CleanupPolicy::currentHome()
 {
     const char* home = std::getenv("HOME");
-    return resolved(home && *home ? home : "/");
+    return platform::resolvedPath(home && *home ? home : "/");
 }
 
 std::vector<std::string> CleanupPolicy::protectedPaths() const
@@ -153,7 +138,7 @@ std::optional<std::string> CleanupPolicy::rejection(std::string_view path) const
 {
     // 1. Normalise, and resolve every link on the way.
     const std::string standard = ScanPaths::normalize(path);
-    std::string target = resolved(standard);
+    std::string target = platform::resolvedPath(standard);
 
     // 2–4. A data-volume spelling of the same file is no link (only where the system has one).
     const std::string& dataRoot = ScanPaths::linuxProfile().dataRoot;

@@ -27,9 +27,6 @@ struct CleanupPolicy {
     // own system (a volume copied from a Mac).
     static bool isProtectedSystemApp(const std::string& folder);
 
-    // realpath(3); a path that cannot be resolved comes back unchanged.
-    static std::string resolve(const std::string& path);
-
     std::vector<std::string> protectedPaths() const;
     std::vector<std::string> rootFolders() const;
 };

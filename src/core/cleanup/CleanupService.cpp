@@ -8,6 +8,7 @@
 #include "model/Errors.h"
 #include "model/ScanPaths.h"
 #include "platform/AtomicFile.h"
+#include "platform/FileIO.h"
 
 namespace tarnbridge {
 
@@ -120,7 +121,7 @@ void restore(const TrashReceipt& receipt)
         inTrash.modifiedSeconds != was.modifiedSeconds || inTrash.modifiedNanos != was.modifiedNanos)
         throw TarnbridgeError(kRestoreChanged);
     const std::string parent = parentFolder(receipt.originalPath);
-    if (::stat(parent.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || CleanupPolicy::resolve(parent) != parent)
+    if (::stat(parent.c_str(), &st) != 0 || !S_ISDIR(st.st_mode) || platform::resolvedPath(parent) != parent)
         throw TarnbridgeError(kRestoreParentMissing);
     Trash::putBack(receipt.trashPath, receipt.originalPath);
 }

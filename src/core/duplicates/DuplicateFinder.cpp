@@ -18,6 +18,7 @@
 #include "model/Errors.h"
 #include "model/PathText.h"
 #include "platform/FileFacts.h"
+#include "platform/FileIO.h"
 
 namespace tarnbridge {
 
@@ -52,22 +53,6 @@ using Clock = std::chrono::steady_clock;
 
 std::string fileName(const DiskNode& node) {
     return std::string(PathText::name(node.path));
-}
-
-// Up to `size` bytes, fewer only at the end of the file.
-std::size_t readUpTo(int fd, char* buffer, std::size_t size) {
-    std::size_t got = 0;
-    while (got < size) {
-        const ssize_t n = ::read(fd, buffer + got, size - got);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            throw systemError(errno);
-        if (n == 0)
-            break;
-        got += std::size_t(n);
-    }
-    return got;
 }
 
 class Sha256 {
@@ -182,13 +167,13 @@ std::string DuplicateFinder::digest(const DiskNode& node, const CancellationFlag
         // The head only: most files of one size already differ in their first 64 KiB.
         cancellation.check();
         char* buffer = buffers.first();
-        hash.update(buffer, readUpTo(file.fd(), buffer, kSampleBytes));
+        hash.update(buffer, platform::readFully(file.fd(), buffer, kSampleBytes));
     } else {
         char* buffer = buffers.first();
         std::int64_t total = 0;
         for (;;) {
             cancellation.check();
-            const std::size_t n = readUpTo(file.fd(), buffer, kReadBytes);
+            const std::size_t n = platform::readFully(file.fd(), buffer, kReadBytes);
             if (n == 0)
                 break;
             hash.update(buffer, n);
@@ -214,8 +199,8 @@ bool DuplicateFinder::equal(const DiskNode& first, const DiskNode& second,
     char* right = buffers.second();
     std::int64_t total = 0;
     for (;;) {
-        const std::size_t n = readUpTo(a.fd(), left, kReadBytes);
-        const std::size_t m = readUpTo(b.fd(), right, kReadBytes);
+        const std::size_t n = platform::readFully(a.fd(), left, kReadBytes);
+        const std::size_t m = platform::readFully(b.fd(), right, kReadBytes);
         // A digest is never trusted alone: equal SHA-256 with different bytes stays apart.
         if (n != m || std::memcmp(left, right, n) != 0)
             return false;

@@ -8,6 +8,7 @@
 
 #include "model/Errors.h"
 #include "model/PathText.h"
+#include "platform/FileIO.h"
 
 namespace tarnbridge {
 
@@ -64,18 +65,7 @@ AtomicFile::~AtomicFile()
 
 void AtomicFile::write(std::string_view bytes)
 {
-    const char* data = bytes.data();
-    std::size_t size = bytes.size();
-    while (size > 0) {
-        const ssize_t n = ::write(fd_, data, size);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            throw systemError(errno);
-        }
-        data += n;
-        size -= std::size_t(n);
-    }
+    platform::writeFully(fd_, bytes.data(), bytes.size());
 }
 
 void AtomicFile::commit()

@@ -77,47 +77,7 @@ bool startsWith(std::string_view text, std::string_view prefix)
     return text.substr(0, prefix.size()) == prefix;
 }
 
-int readAll(int fd, std::string& out)
-{
-    out.clear();
-    std::size_t used = 0;
-    for (;;) {
-        if (out.size() - used < 1024)
-            out.resize(std::max<std::size_t>(4096, out.size() * 2));
-        const ssize_t n = ::read(fd, out.data() + used, out.size() - used);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            const int error = errno;
-            out.clear();
-            return error;
-        }
-        if (n == 0)
-            break;
-        used += std::size_t(n);
-    }
-    out.resize(used);
-    return 0;
-}
-
 } // namespace
-
-int readWholeFileAt(int dirfd, const char* relative, std::string& out)
-{
-    const int fd = ::openat(dirfd, relative, O_RDONLY | O_CLOEXEC | O_NOCTTY);
-    if (fd < 0) {
-        out.clear();
-        return errno ? errno : EIO;
-    }
-    const int error = readAll(fd, out);
-    ::close(fd);
-    return error;
-}
-
-int readWholeFile(const std::string& path, std::string& out)
-{
-    return readWholeFileAt(AT_FDCWD, path.c_str(), out);
-}
 
 std::optional<CpuTicks> parseCpuTicks(std::string_view procStat)
 {

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "platform/FileIO.h"
+
 namespace tarnbridge::platform {
 
 // Where the Linux layer reads the running system from. Tests point these at canned copies.
@@ -15,10 +17,6 @@ struct SystemPaths {
     std::string diskLabels = "/dev/disk/by-label";
 };
 
-// The whole of a small file. /proc files report size 0, so this reads to the end rather than
-// trusting st_size. Returns 0 or the errno; `out` is replaced.
-int readWholeFile(const std::string& path, std::string& out);
-int readWholeFileAt(int dirfd, const char* relative, std::string& out);
 
 // The aggregate "cpu" line of /proc/stat folded into four counters: interrupts and steal
 // count as system time, iowait as idle.

@@ -1,5 +1,7 @@
 #include "platform/RunningPrograms.h"
 
+#include "platform/FileIO.h"
+
 #include <dirent.h>
 
 #include <algorithm>
@@ -7,20 +9,6 @@
 
 namespace tarnbridge::platform {
 
-namespace {
-
-// realpath(3); a path that cannot be resolved comes back unchanged.
-std::string resolved(const std::string& path)
-{
-    char* out = ::realpath(path.c_str(), nullptr);
-    if (!out)
-        return path;
-    std::string result(out);
-    std::free(out);
-    return result;
-}
-
-} // namespace
 
 std::vector<std::string> runningExecutables()
 {
@@ -47,9 +35,9 @@ std::vector<std::string> runningExecutables()
 
 std::vector<std::string> ownExecutables()
 {
-    std::vector<std::string> out{resolved("/proc/self/exe")};
+    std::vector<std::string> out{resolvedPath("/proc/self/exe")};
     if (const char* image = std::getenv("APPIMAGE"); image && *image)
-        out.push_back(resolved(image));
+        out.push_back(resolvedPath(image));
     return out;
 }
 

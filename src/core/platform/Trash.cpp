@@ -16,6 +16,7 @@
 #include "model/Errors.h"
 #include "model/PathText.h"
 #include "platform/AtomicFile.h"
+#include "platform/FileIO.h"
 
 namespace tarnbridge::Trash {
 
@@ -84,19 +85,6 @@ std::string localTime()
     char text[32];
     std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
     return text;
-}
-
-void writeAll(int fd, const std::string& text)
-{
-    std::size_t done = 0;
-    while (done < text.size()) {
-        const ssize_t n = ::write(fd, text.data() + done, text.size() - done);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            throw systemError(errno);
-        done += std::size_t(n);
-    }
 }
 
 int renameNoReplace(const std::string& from, const std::string& to)
@@ -242,7 +230,7 @@ std::string moveToTrash(const std::string& path)
             throw systemError(errno);
         }
         try {
-            writeAll(fd, info);
+            platform::writeFully(fd, info.data(), info.size());
             if (::fsync(fd) != 0)
                 throw systemError(errno);
         } catch (...) {

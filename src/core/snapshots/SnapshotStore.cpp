@@ -15,6 +15,7 @@
 #include "model/Errors.h"
 #include "model/PathText.h"
 #include "platform/AtomicFile.h"
+#include "platform/FileIO.h"
 #include "storage/ScanJson.h"
 
 namespace tarnbridge {
@@ -96,7 +97,7 @@ SnapshotCatalog SnapshotStore::catalog() const
     for (const std::string& meta : metas) {
         try {
             std::string text;
-            text = json::readWholeFile(meta);
+            text = platform::readWholeFile(meta);
             SnapshotRecord record;
             try {
                 record = SnapshotRecord::read(json::parse(text));

@@ -14,6 +14,7 @@
 #include "model/Errors.h"
 #include "model/PathText.h"
 #include "platform/AtomicFile.h"
+#include "platform/FileIO.h"
 
 namespace tarnbridge {
 
@@ -155,7 +156,7 @@ void loadFile(const std::string& path, const char* label, Decode decode, T& out,
     if (::stat(path.c_str(), &st) != 0 && errno == ENOENT)
         return;
     try {
-        out = decode(json::readWholeFile(path));
+        out = decode(platform::readWholeFile(path));
     } catch (const std::exception& error) {
         messages.push_back(label + describeError(error));
     }

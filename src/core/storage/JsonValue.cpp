@@ -448,28 +448,4 @@ DiskNode readNode(const Value& v)
     return n;
 }
 
-std::string readWholeFile(const std::string& path)
-{
-    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (fd < 0)
-        throw systemError(errno);
-    std::string out;
-    char buffer[65536];
-    for (;;) {
-        const ssize_t n = ::read(fd, buffer, sizeof buffer);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            const int error = errno;
-            ::close(fd);
-            throw systemError(error);
-        }
-        if (n == 0)
-            break;
-        out.append(buffer, std::size_t(n));
-    }
-    ::close(fd);
-    return out;
-}
-
 } // namespace tarnbridge::json

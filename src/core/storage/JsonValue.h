@@ -82,7 +82,4 @@ void write(Writer& w, const DiskNode& node);
 FileIdentity readIdentity(const Value& value);
 DiskNode readNode(const Value& value);
 
-// A whole file: its bytes, or the system's error.
-std::string readWholeFile(const std::string& path);
-
 } // namespace tarnbridge::json

@@ -12,6 +12,7 @@
 #include "model/PathText.h"
 #include "model/TextEncoding.h"
 #include "platform/AtomicFile.h"
+#include "platform/FileIO.h"
 #include "storage/ScanJson.h"
 
 namespace tarnbridge::ScanJson {
@@ -272,23 +273,6 @@ std::string toString(const ScanResult& scan)
     return out;
 }
 
-namespace {
-
-void writeAll(int fd, const char* data, std::size_t size)
-{
-    while (size > 0) {
-        const ssize_t n = ::write(fd, data, size);
-        if (n < 0) {
-            if (errno == EINTR)
-                continue;
-            throw systemError(errno);
-        }
-        data += n;
-        size -= std::size_t(n);
-    }
-}
-
-} // namespace
 
 void writeFile(const ScanResult& scan, const std::string& path)
 {
@@ -301,7 +285,7 @@ void writeFile(const ScanResult& scan, const std::string& path)
         if (fd < 0)
             throw systemError(errno);
         try {
-            write(scan, [fd](const char* data, std::size_t size) { writeAll(fd, data, size); });
+            write(scan, [fd](const char* data, std::size_t size) { platform::writeFully(fd, data, size); });
         } catch (...) {
             ::close(fd);
             throw;
