@@ -56,4 +56,23 @@ QString displayText(std::string_view bytes)
     return QString::fromUtf8(bytes.data(), qsizetype(bytes.size()));
 }
 
+std::string decodeHexEscapes(std::string_view text, std::string_view introducer)
+{
+    std::string out;
+    out.reserve(text.size());
+    const std::size_t n = introducer.size();
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (i + n + 1 < text.size() && text.compare(i, n, introducer) == 0) {
+            const int high = hexDigitValue(text[i + n]), low = hexDigitValue(text[i + n + 1]);
+            if (high >= 0 && low >= 0) {
+                out.push_back(char(high * 16 + low));
+                i += n + 1;
+                continue;
+            }
+        }
+        out.push_back(text[i]);
+    }
+    return out;
+}
+
 } // namespace tarnbridge

@@ -14,6 +14,7 @@
 #include <limits>
 
 #include "model/Errors.h"
+#include "model/TextEncoding.h"
 
 namespace tarnbridge::platform {
 
@@ -353,31 +354,6 @@ bool isPseudoFileSystem(std::string_view type)
     return std::find(std::begin(kPseudo), std::end(kPseudo), type) != std::end(kPseudo);
 }
 
-namespace {
-std::string decodeUdevName(std::string_view name)
-{
-    std::string out;
-    const auto hex = [](char c) -> int {
-        if (c >= '0' && c <= '9')
-            return c - '0';
-        if (c >= 'a' && c <= 'f')
-            return c - 'a' + 10;
-        if (c >= 'A' && c <= 'F')
-            return c - 'A' + 10;
-        return -1;
-    };
-    for (std::size_t i = 0; i < name.size(); ++i) {
-        if (name[i] == '\\' && i + 3 < name.size() && name[i + 1] == 'x' && hex(name[i + 2]) >= 0 &&
-            hex(name[i + 3]) >= 0) {
-            out.push_back(char(hex(name[i + 2]) * 16 + hex(name[i + 3])));
-            i += 3;
-            continue;
-        }
-        out.push_back(name[i]);
-    }
-    return out;
-}
-} // namespace
 
 std::map<std::string, std::string> readDiskLabels(const std::string& folder)
 {
@@ -391,7 +367,7 @@ std::map<std::string, std::string> readDiskLabels(const std::string& folder)
             continue;
         const std::string link = folder + "/" + entry->d_name;
         if (char* resolved = ::realpath(link.c_str(), nullptr)) {
-            labels.emplace(resolved, decodeUdevName(name));
+            labels.emplace(resolved, decodeHexEscapes(name, "\\x"));
             std::free(resolved);
         }
     }

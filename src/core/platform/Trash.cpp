@@ -15,6 +15,7 @@
 #include "cleanup/CleanupPolicy.h"
 #include "model/Errors.h"
 #include "model/PathText.h"
+#include "model/TextEncoding.h"
 #include "platform/AtomicFile.h"
 #include "platform/FileIO.h"
 
@@ -172,25 +173,7 @@ std::string encodePath(const std::string& path)
 
 std::string decodePath(const std::string& text)
 {
-    auto value = [](char c) {
-        if (c >= '0' && c <= '9')
-            return c - '0';
-        if (c >= 'a' && c <= 'f')
-            return c - 'a' + 10;
-        if (c >= 'A' && c <= 'F')
-            return c - 'A' + 10;
-        return -1;
-    };
-    std::string out;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '%' && i + 2 < text.size() && value(text[i + 1]) >= 0 && value(text[i + 2]) >= 0) {
-            out.push_back(char(value(text[i + 1]) * 16 + value(text[i + 2])));
-            i += 2;
-        } else {
-            out.push_back(text[i]);
-        }
-    }
-    return out;
+    return decodeHexEscapes(text, "%");
 }
 
 std::string moveToTrash(const std::string& path)

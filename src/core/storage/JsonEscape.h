@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "model/TextEncoding.h"
+
 namespace tarnbridge::json {
 
 // Unescapes the raw JSON string that starts at `p` (just after its opening quote) and ends at
@@ -13,22 +15,11 @@ inline bool unescape(const char* p, std::string& out);
 
 namespace detail {
 
-inline int hexValue(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
-
 inline bool readHex4(const char* p, unsigned& out)
 {
     out = 0;
     for (int i = 0; i < 4; ++i) {
-        const int v = hexValue(p[i]);
+        const int v = hexDigitValue(p[i]);
         if (v < 0)
             return false;
         out = out << 4 | unsigned(v);
