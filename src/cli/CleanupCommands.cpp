@@ -28,15 +28,6 @@ StateFiles stateFiles()
     return StateFiles(AppStorage::directory());
 }
 
-std::string absolute(const std::string& path)
-{
-    if (!path.empty() && path.front() == '/')
-        return ScanPaths::normalize(path);
-    char* cwd = ::getcwd(nullptr, 0);
-    const std::string here = cwd ? cwd : "/";
-    std::free(cwd);
-    return ScanPaths::normalize(PathText::join(here, path));
-}
 
 std::string localTime(double unixSeconds)
 {
@@ -121,7 +112,7 @@ int cleanCommand(const Arguments& args, Context& context)
 {
     std::vector<std::string> paths;
     for (const auto& p : args.positionals)
-        paths.push_back(absolute(p));
+        paths.push_back(absolutePath(p));
     const bool quiet = args.has("quiet");
     const CleanupPolicy policy{CleanupPolicy::currentHome()};
 
@@ -187,7 +178,7 @@ int cleanCommand(const Arguments& args, Context& context)
     AppState state = loadStateForChange(files, context);
     std::optional<std::string> backupParent;
     if (const auto backup = args.value("backup"))
-        backupParent = absolute(*backup);
+        backupParent = absolutePath(*backup);
     ProgressLine line(context);
     const CleanupRunResult result = CleanupWorkflow::run(
         entries, backupParent, snapshotScan, files.snapshots(), context.cancellation, [&](const CleanupProgress& p) {
@@ -335,7 +326,7 @@ int backupsCommand(const Arguments& args, Context& context)
 
 int snapshotSaveCommand(const Arguments& args, Context& context)
 {
-    const std::string path = absolute(args.positionals.at(0));
+    const std::string path = absolutePath(args.positionals.at(0));
     const ScanResult scan = scanItem(path, context, args.has("quiet"));
     const auto root = scan.root();
     const std::string title = args.value("title").value_or(root ? std::string(PathText::name(root->path)) : "Scan");
@@ -390,7 +381,7 @@ int snapshotCompareCommand(const Arguments& args, Context& context)
     ScanResult after;
     std::string title;
     if (current) {
-        after = scanItem(absolute(*current), context, args.has("quiet"));
+        after = scanItem(absolutePath(*current), context, args.has("quiet"));
         title = older.title + " → current scan";
     } else {
         const SnapshotRecord& newer = byIdentifier(catalog.records, args.positionals[1], "snapshot");

@@ -18,14 +18,6 @@ namespace {
 // The app's minimum size by default: 1 MB, decimal.
 constexpr std::int64_t kDefaultMinimum = 1'000'000;
 
-std::string absolute(const std::string& path) {
-    if (!path.empty() && path.front() == '/')
-        return ScanPaths::normalize(path);
-    char* cwd = ::getcwd(nullptr, 0);
-    const std::string here = cwd ? cwd : "/";
-    std::free(cwd);
-    return ScanPaths::normalize(PathText::join(here, path));
-}
 
 std::string progressText(const DuplicateProgress& p) {
     using Phase = DuplicateProgress::Phase;
@@ -126,7 +118,7 @@ int duplicatesCommand(const Arguments& args, Context& context) {
         args.has("min-size") ? parseByteCount(*args.value("min-size")) : kDefaultMinimum;
     std::optional<std::string> scope;
     if (const auto dir = args.value("scope"))
-        scope = absolute(*dir);
+        scope = absolutePath(*dir);
     const bool quiet = args.has("quiet");
 
     const ScanResult scan =

@@ -3,10 +3,15 @@
 #include <QLocale>
 #include <QString>
 
+#include <unistd.h>
+
 #include <algorithm>
+#include <cstdlib>
 #include <ostream>
 
 #include "model/Formatting.h"
+#include "model/PathText.h"
+#include "model/ScanPaths.h"
 #include "model/TextEncoding.h"
 #include "scan/DiskScanner.h"
 #include "storage/ScanJson.h"
@@ -117,6 +122,16 @@ void ProgressLine::clear()
     if (drawn_)
         context_.err << "\r\033[K" << std::flush;
     drawn_ = false;
+}
+
+std::string absolutePath(const std::string& path)
+{
+    if (!path.empty() && path.front() == '/')
+        return ScanPaths::normalize(path);
+    char* cwd = ::getcwd(nullptr, 0);
+    const std::string here = cwd ? cwd : "/";
+    std::free(cwd);
+    return ScanPaths::normalize(PathText::join(here, path));
 }
 
 ScanResult obtainScan(const Arguments& args, Context& context, const std::string& path)

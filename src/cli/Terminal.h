@@ -47,6 +47,10 @@ private:
     bool drawn_ = false;
 };
 
+// A path typed on the command line as an absolute, normalised path (relative to the current
+// folder when it does not start with "/").
+std::string absolutePath(const std::string& path);
+
 // The scan a command works on: a saved scan file (`--from FILE`) or a fresh scan of PATH with
 // a progress line.
 ScanResult obtainScan(const Arguments& args, Context& context, const std::string& path);
