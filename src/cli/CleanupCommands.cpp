@@ -40,15 +40,9 @@ std::string localTime(double unixSeconds)
 AppState loadStateForChange(const StateFiles& files, Context& context)
 {
     auto loaded = files.load();
-    bool damaged = false;
-    for (const std::string& message : loaded.messages) {
-        // The snapshot catalog is not rewritten here, so its trouble does not block a change.
-        if (message.rfind("Saved scans: ", 0) == 0)
-            continue;
+    for (const std::string& message : loaded.messages)
         context.err << message << '\n';
-        damaged = true;
-    }
-    if (damaged)
+    if (!loaded.messages.empty())
         throw TarnbridgeError("Tarnbridge's saved state in " + files.directory() +
                               " could not be read. Move the damaged file aside and try again; nothing was changed.");
     return std::move(loaded.state);

@@ -167,11 +167,6 @@ void loadFile(const std::string& path, const char* label, Decode decode, T& out,
 StateFiles::Loaded StateFiles::load() const
 {
     Loaded loaded;
-    try {
-        snapshots().catalog();
-    } catch (const std::exception& error) {
-        loaded.messages.push_back("Saved scans: " + describeError(error));
-    }
     loadFile(PathText::join(directory_, "cleanup.json"), "Cleanup queue: ", decodeQueue, loaded.state.queue,
              loaded.messages);
     loadFile(PathText::join(directory_, "receipts.json"), "Trash history: ", decodeReceipts, loaded.state.receipts,

@@ -55,7 +55,8 @@ public:
         // One line per file that could not be read ("Trash history: …"); that part stays empty.
         std::vector<std::string> messages;
     };
-    // A missing file is no failure.
+    // A missing file is no failure. The snapshot catalog is read by whoever lists snapshots,
+    // not here: most callers never need it.
     Loaded load() const;
 
     // Writes the three files, each atomically. Throws TarnbridgeError
