@@ -4,6 +4,8 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+
 #include "platform/Trash.h"
 #include "model/Errors.h"
 #include "model/ScanPaths.h"
@@ -48,16 +50,19 @@ namespace CleanupService {
 
 bool hasRetainedCopyConflict(const std::vector<CleanupEntry>& entries)
 {
-    for (const CleanupEntry& holder : entries) {
-        for (const auto& [kept, identity] : holder.retainedCopies) {
-            const auto keptSpellings = ScanPaths::candidates(kept);
-            for (const CleanupEntry& e : entries)
-                for (const std::string& p : ScanPaths::candidates(e.node.path))
-                    for (const std::string& c : keptSpellings)
-                        if (isAtOrBelow(c, p))
-                            return true;
-        }
-    }
+    if (std::none_of(entries.begin(), entries.end(), [](const CleanupEntry& e) { return !e.retainedCopies.empty(); }))
+        return false;
+    // Every spelling of every staged path, worked out once rather than once per kept copy.
+    std::vector<std::string> staged;
+    for (const CleanupEntry& e : entries)
+        for (std::string& p : ScanPaths::candidates(e.node.path))
+            staged.push_back(std::move(p));
+    for (const CleanupEntry& holder : entries)
+        for (const auto& [kept, identity] : holder.retainedCopies)
+            for (const std::string& c : ScanPaths::candidates(kept))
+                for (const std::string& p : staged)
+                    if (isAtOrBelow(c, p))
+                        return true;
     return false;
 }
 

@@ -129,7 +129,7 @@ std::string homeTrash()
     return PathText::join(CleanupPolicy::currentHome(), ".local/share/Trash");
 }
 
-std::string trashFor(const std::string& path)
+TrashFolder trashFor(const std::string& path)
 {
     const dev_t device = deviceOf(path);
     const std::string home = homeTrash();
@@ -137,7 +137,7 @@ std::string trashFor(const std::string& path)
     if (ensureFolderWithParents(homeParent) && deviceOf(homeParent) == device) {
         if (!ensureTrash(home))
             throw TarnbridgeError(kNoUsableTrash);
-        return home;
+        return {home, {}};
     }
     const std::string top = topFolder(path, device);
     const std::string uid = std::to_string(::getuid());
@@ -145,11 +145,11 @@ std::string trashFor(const std::string& path)
     if (isFolder(PathText::join(top, ".Trash"), &shared) && (shared.st_mode & S_ISVTX)) {
         const std::string own = PathText::join(top, ".Trash/" + uid);
         if (ensureTrash(own) && deviceOf(own) == device)
-            return own;
+            return {own, top};
     }
     const std::string own = PathText::join(top, ".Trash-" + uid);
     if (ensureTrash(own) && deviceOf(own) == device)
-        return own;
+        return {own, top};
     throw TarnbridgeError(kNoUsableTrash);
 }
 
@@ -178,14 +178,11 @@ std::string decodePath(const std::string& text)
 
 std::string moveToTrash(const std::string& path)
 {
-    const std::string trash = trashFor(path);
-    const bool home = trash == homeTrash();
-    std::string recorded = path;
-    if (!home) {
-        // A volume trash records the path relative to the volume's top folder.
-        const std::string top = topFolder(path, deviceOf(path));
-        recorded = top == "/" ? path.substr(1) : path.substr(top.size() + 1);
-    }
+    const TrashFolder folder = trashFor(path);
+    const std::string& trash = folder.path;
+    // A volume trash records the path relative to the volume's top folder.
+    const std::string& top = folder.volumeTop;
+    const std::string recorded = top.empty() ? path : top == "/" ? path.substr(1) : path.substr(top.size() + 1);
     // The name in the Trash need not be the original (the .trashinfo keeps that), but
     // NAME.trashinfo must fit the file system's 255-byte limit, with room for ".NNNN".
     std::string name(PathText::name(path));

@@ -9,10 +9,15 @@ namespace tarnbridge::Trash {
 // $XDG_DATA_HOME/Trash (default ~/.local/share/Trash).
 std::string homeTrash();
 
-// The trash folder (holding files/ and info/) that takes `path`: the home trash when the item
-// is on its file system, else the volume's own. Creates what is missing, mode 0700. Throws
-// TarnbridgeError when the volume has no usable trash.
-std::string trashFor(const std::string& path);
+struct TrashFolder {
+    std::string path;      // holds files/ and info/
+    std::string volumeTop; // the volume's top folder; empty for the home trash
+};
+
+// The trash folder that takes `path`: the home trash when the item is on its file system, else
+// the volume's own. Creates what is missing, mode 0700. Throws TarnbridgeError when the volume
+// has no usable trash.
+TrashFolder trashFor(const std::string& path);
 
 // Moves `path` into its trash and returns the item's new absolute path. The .trashinfo is
 // written first and removed again when the move fails, so nothing is in the trash without it.
