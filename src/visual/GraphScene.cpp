@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <numbers>
+#include <variant>
 
 #include "model/Formatting.h"
 #include "model/PathText.h"
@@ -80,13 +81,13 @@ public:
         return memo_.emplace(id, filteredChildren(id, true)).first->second;
     }
 
-    QColor paper(NodeId id, double opacity = 1) const
-    {
-        const Paper::Adaptive color = Paper::color(d_.path(id), d_[id].modifiedSeconds, in_.colorMode, in_.root, in_.now);
-        return withOpacity(color.resolved(in_.dark), opacity);
-    }
+    // A mark's fill: a fixed colour, or the record's Paper colour at an opacity.
+    struct PaperFill {
+        double opacity = 1;
+    };
+    using Fill = std::variant<QColor, PaperFill>;
 
-    void add(NodeId id, QPainterPath path, QRectF label, QColor color, bool shortLabel = false,
+    void add(NodeId id, QPainterPath path, QRectF label, Fill fill, bool shortLabel = false,
              std::optional<QColor> textColor = std::nullopt, double rotation = 0)
     {
         GraphMark mark;
@@ -95,7 +96,13 @@ public:
         mark.path = std::move(path);
         mark.path.setFillRule(Qt::WindingFill); // hit tests and fills use the non-zero rule
         mark.label = label;
-        mark.color = color;
+        if (const auto* paper = std::get_if<PaperFill>(&fill)) {
+            // The node already holds the path the colour depends on.
+            const Paper::Adaptive color = Paper::color(mark.node, in_.colorMode, in_.root, in_.now);
+            mark.color = withOpacity(color.resolved(in_.dark), paper->opacity);
+        } else {
+            mark.color = std::get<QColor>(fill);
+        }
         mark.shortLabel = shortLabel;
         mark.textColor = textColor;
         mark.rotation = rotation;
@@ -148,7 +155,7 @@ private:
             const std::vector<NodeId>& kids = childNodes(child);
             const bool opened = level < in_.depth && !kids.empty() && inner.width() > 28 && inner.height() > 28;
             const QRectF label = opened ? QRectF(inner.x(), inner.y() + 1, inner.width(), 18) : inner;
-            add(child, roundedRect(inner, 2), label, paper(child));
+            add(child, roundedRect(inner, 2), label, PaperFill{});
             if (opened)
                 treemap(kids, level + 1,
                         QRectF(inner.x() + 1, inner.y() + 17, inner.width() - 2, inner.height() - 18));
@@ -241,7 +248,7 @@ private:
             double rotation = mid + kPi / 2;
             if (std::cos(rotation) < 0)
                 rotation += kPi;
-            add(child, std::move(path), label, paper(child, opacity), false, std::nullopt, rotation);
+            add(child, std::move(path), label, PaperFill{opacity}, false, std::nullopt, rotation);
             if (d_[child].isDirectory())
                 sunburstLevel(childNodes(child), level + 1, angle, wedge);
             angle += wedge;
@@ -269,7 +276,7 @@ private:
             const double w = width * double(size(child)) / total;
             if (w > 3) {
                 const QRectF bar(x + 1, y, std::max(w - 2, 1.0), rowHeight_ - 5);
-                add(child, roundedRect(bar, 5), bar, paper(child, opacity));
+                add(child, roundedRect(bar, 5), bar, PaperFill{opacity});
                 if (d_[child].isDirectory())
                     flameLevel(childNodes(child), level + 1, x, w, y + rowHeight_);
             }
@@ -294,7 +301,7 @@ private:
             const double inset = radius * 0.15;
             label = circle.adjusted(inset, inset, -inset, -inset);
         }
-        add(node, ellipse(circle), label, level == 0 ? in_.surface : paper(node, 0.82), radius < 70);
+        add(node, ellipse(circle), label, level == 0 ? Fill(in_.surface) : Fill(PaperFill{0.82}), radius < 70);
         if (!nested)
             return;
         const double inset = radius > 45 ? 15 : 4;
@@ -376,8 +383,8 @@ private:
             stroker.setCapStyle(Qt::RoundCap);
             stroker.setJoinStyle(Qt::MiterJoin);
             stroker.setMiterLimit(10);
-            const QColor color = paper(child);
-            add(child, stroker.createStroke(curve), QRectF(), color);
+            add(child, stroker.createStroke(curve), QRectF(), PaperFill{});
+            const QColor color = marks_.back().color; // the dot takes the connector's colour
 
             const double dot = std::min(std::max(24 * std::pow(bytes / rootBytes, 0.28), 3.0), maxDot);
             const double labelWidth = std::min(std::max(area_.width() * 0.18, 70.0), 146.0);
