@@ -8,20 +8,16 @@
 
 #include "snapshots/SnapshotStore.h"
 #include "storage/AppStorage.h"
+#include "support/Checks.h"
 #include "support/TempTree.h"
 
 using namespace tarnbridge;
+using tarnbridge::test::exists;
 using tarnbridge::test::cliPath;
 using tarnbridge::test::FakeHome;
 using tarnbridge::test::runProcess;
 
 namespace {
-
-bool exists(const std::string& path)
-{
-    struct stat st {};
-    return ::lstat(path.c_str(), &st) == 0;
-}
 
 test::ProcessOutput cli(std::vector<std::string> args, const std::string& input = {})
 {

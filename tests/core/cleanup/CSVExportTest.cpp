@@ -7,24 +7,14 @@
 #include "cleanup/CSVExport.h"
 #include "model/Errors.h"
 #include "support/FakeScan.h"
+#include "support/Checks.h"
 #include "support/TempTree.h"
 
 using namespace tarnbridge;
+using tarnbridge::test::readText;
 using tarnbridge::test::fakeScan;
 using tarnbridge::test::runProcess;
 using tarnbridge::test::TempTree;
-
-namespace {
-
-std::string readText(const std::string& path)
-{
-    std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-} // namespace
 
 TEST(CSVExport, CellsAreDefusedAndQuotedAndARealReaderAgrees)
 {

@@ -11,36 +11,17 @@
 #include "cleanup/CleanupBackup.h"
 #include "model/Errors.h"
 #include "scan/DiskScanner.h"
+#include "support/Checks.h"
 #include "support/TempTree.h"
 
 using namespace tarnbridge;
+using tarnbridge::test::scanOf;
+using tarnbridge::test::stage;
+using tarnbridge::test::readText;
+using tarnbridge::test::refusal;
 using tarnbridge::test::FakeHome;
 
 namespace {
-
-ScanResult scanOf(const std::string& root)
-{
-    CancellationFlag flag;
-    return DiskScanner::scan(root, flag);
-}
-
-CleanupEntry stage(const ScanResult& scan, const std::string& path)
-{
-    return CleanupEntry::stage(*scan.node(path), scan, "test", CleanupPolicy{CleanupPolicy::currentHome()});
-}
-
-template <class Check>
-std::string refusal(Check&& check)
-{
-    try {
-        check();
-        return "";
-    } catch (const CancellationError&) {
-        return "cancelled";
-    } catch (const std::exception& error) {
-        return describeError(error);
-    }
-}
 
 std::vector<std::string> listing(const std::string& folder)
 {
@@ -49,14 +30,6 @@ std::vector<std::string> listing(const std::string& folder)
         names.push_back(e.path().filename().string());
     std::sort(names.begin(), names.end());
     return names;
-}
-
-std::string readText(const std::string& path)
-{
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
 }
 
 } // namespace

@@ -12,40 +12,20 @@
 #include "cleanup/CleanupEntry.h"
 #include "model/Errors.h"
 #include "scan/DiskScanner.h"
+#include "support/Checks.h"
 #include "support/TempTree.h"
 
 using namespace tarnbridge;
+using tarnbridge::test::scanOf;
+using tarnbridge::test::stage;
+using tarnbridge::test::refusal;
 using tarnbridge::test::FakeHome;
 using tarnbridge::test::TempTree;
 
 namespace {
-
-ScanResult scanOf(const std::string& root)
-{
-    CancellationFlag flag;
-    return DiskScanner::scan(root, flag);
-}
-
 CleanupPolicy policy()
 {
     return CleanupPolicy{CleanupPolicy::currentHome()};
-}
-
-CleanupEntry stage(const ScanResult& scan, const std::string& path)
-{
-    return CleanupEntry::stage(*scan.node(path), scan, "test", policy());
-}
-
-// The refusal text of `check`, or "" when it passes.
-template <class Check>
-std::string refusal(Check&& check)
-{
-    try {
-        check();
-        return "";
-    } catch (const std::exception& error) {
-        return describeError(error);
-    }
 }
 
 void waitForNextTick()

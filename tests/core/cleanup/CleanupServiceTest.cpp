@@ -15,49 +15,19 @@
 #include "model/PathText.h"
 #include "model/ScanPaths.h"
 #include "scan/DiskScanner.h"
+#include "support/Checks.h"
 #include "support/TempTree.h"
 
 using namespace tarnbridge;
+using tarnbridge::test::scanOf;
+using tarnbridge::test::stage;
+using tarnbridge::test::exists;
+using tarnbridge::test::readText;
+using tarnbridge::test::refusal;
 using tarnbridge::test::FakeHome;
 using tarnbridge::test::runProcess;
 
 namespace {
-
-ScanResult scanOf(const std::string& root)
-{
-    CancellationFlag flag;
-    return DiskScanner::scan(root, flag);
-}
-
-CleanupEntry stage(const ScanResult& scan, const std::string& path)
-{
-    return CleanupEntry::stage(*scan.node(path), scan, "test", CleanupPolicy{CleanupPolicy::currentHome()});
-}
-
-bool exists(const std::string& path)
-{
-    struct stat st {};
-    return ::lstat(path.c_str(), &st) == 0;
-}
-
-std::string readText(const std::string& path)
-{
-    std::ifstream in(path);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
-
-template <class Check>
-std::string refusal(Check&& check)
-{
-    try {
-        check();
-        return "";
-    } catch (const std::exception& error) {
-        return describeError(error);
-    }
-}
 
 // What gio (through the desktop's own trash backend) lists as original paths.
 std::string gioTrashListing()

@@ -6,18 +6,16 @@
 
 #include "cleanup/CleanupWorkflow.h"
 #include "scan/DiskScanner.h"
+#include "support/Checks.h"
 #include "support/TempTree.h"
 
 using namespace tarnbridge;
+using tarnbridge::test::scanOf;
+using tarnbridge::test::stage;
+using tarnbridge::test::exists;
 using tarnbridge::test::FakeHome;
 
 namespace {
-
-bool exists(const std::string& path)
-{
-    struct stat st {};
-    return ::lstat(path.c_str(), &st) == 0;
-}
 
 std::size_t entriesIn(const std::string& folder)
 {
@@ -40,10 +38,9 @@ struct Fixture {
         backups = tree.folder("home/backups");
         paths = {tree.file("home/work/a.bin", 2'500'000), tree.file("home/work/dir/b.bin", 10),
                  tree.file("home/work/c.bin", 3)};
-        CancellationFlag flag;
-        scan = DiskScanner::scan(work, flag);
+        scan = scanOf(work);
         for (const auto& p : {paths[0], work + "/dir", paths[2]})
-            entries.push_back(CleanupEntry::stage(*scan.node(p), scan, "", CleanupPolicy{CleanupPolicy::currentHome()}));
+            entries.push_back(stage(scan, p));
     }
 
     // Nothing is lost: each staged item is in place, or in the Trash with a receipt, or named in
@@ -173,10 +170,8 @@ TEST(CleanupWorkflow, NothingStagedAndAScanWithoutRoot)
     EXPECT_FALSE(called);
 
     const std::string file = fake.tree().file("home/x.bin", 1);
-    CancellationFlag flag;
-    const ScanResult scan = DiskScanner::scan(fake.home(), flag);
-    const auto entry = CleanupEntry::stage(*scan.node(file), scan, "", CleanupPolicy{CleanupPolicy::currentHome()});
-    const auto r = CleanupWorkflow::run({entry}, std::nullopt, ScanResult(), store, flag);
+    const ScanResult scan = scanOf(fake.home());
+    const auto r = CleanupWorkflow::run({stage(scan, file)}, std::nullopt, ScanResult(), store, CancellationFlag());
     ASSERT_TRUE(r.snapshot);
     EXPECT_EQ(r.snapshot->title, "Before cleanup — Scan");
     EXPECT_EQ(r.outcome.receipts.size(), 1u);

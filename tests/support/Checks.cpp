@@ -1,0 +1,37 @@
+#include "support/Checks.h"
+
+#include <sys/stat.h>
+
+#include <fstream>
+#include <sstream>
+
+#include "scan/DiskScanner.h"
+
+namespace tarnbridge::test {
+
+ScanResult scanOf(const std::string& root)
+{
+    CancellationFlag flag;
+    return DiskScanner::scan(root, flag);
+}
+
+CleanupEntry stage(const ScanResult& scan, const std::string& path)
+{
+    return CleanupEntry::stage(*scan.node(path), scan, "test", CleanupPolicy{CleanupPolicy::currentHome()});
+}
+
+bool exists(const std::string& path)
+{
+    struct stat st {};
+    return ::lstat(path.c_str(), &st) == 0;
+}
+
+std::string readText(const std::string& path)
+{
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+} // namespace tarnbridge::test
