@@ -44,8 +44,8 @@ QPainterPath roundedRect(const QRectF& rect, double radius)
 
 class Builder {
 public:
-    Builder(const GraphLayoutInput& in, const CancellationFlag* cancellation)
-        : in_(in), d_(in.scan.data()), cancellation_(cancellation)
+    Builder(const GraphLayoutInput& in, NodeId root, const CancellationFlag* cancellation)
+        : in_(in), d_(in.scan.data()), cancellation_(cancellation), rootId_(root)
     {
         query_.text = in.filter;
         query_.showHidden = in.showHidden;
@@ -130,8 +130,6 @@ public:
         }
     }
 
-    void setRoot(NodeId root) { rootId_ = root; }
-    const std::vector<NodeId>& rootChildren() const { return rootChildren_; }
 
 private:
     // Treemap: nested rectangles, each opened folder keeping an 18-point title strip.
@@ -404,9 +402,9 @@ private:
     const GraphLayoutInput& in_;
     const ScanData& d_;
     const CancellationFlag* cancellation_;
+    NodeId rootId_;
     ScanQuery query_;
     std::int64_t now_ = 0;
-    NodeId rootId_ = 0;
     std::vector<NodeId> rootChildren_;
     std::unordered_map<NodeId, std::vector<NodeId>> memo_;
     std::vector<GraphMark> marks_;
@@ -516,12 +514,10 @@ GraphScene GraphLayoutInput::build(const QRectF& rect, const CancellationFlag* c
     if (rootId == kNoNode)
         return empty();
 
-    Builder builder(*this, cancellation);
-    builder.setRoot(rootId);
+    // The views that are no chart get no marks, only the items below.
+    Builder builder(*this, rootId, cancellation);
     if (isGraph(storageView))
         builder.makeMarks(rect);
-    else
-        builder.makeMarks(QRectF()); // no marks, but the items below still list the children
 
     GraphScene scene;
     scene.marks = std::move(builder.marks());

@@ -3,11 +3,7 @@
 #include <QString>
 
 #include <algorithm>
-#include <array>
-#include <map>
 #include <unordered_map>
-#include <memory>
-#include <utility>
 
 #include "query/ScanPresentation.h"
 #include "query/ScanQuery.h"
