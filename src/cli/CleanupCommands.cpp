@@ -87,7 +87,7 @@ std::string commonFolder(const std::vector<std::string>& paths)
 {
     std::string common = parentFolder(paths.front());
     for (const std::string& p : paths)
-        while (common != "/" && !isAtOrBelow(parentFolder(p), common))
+        while (common != "/" && !PathText::contains(parentFolder(p), common))
             common = parentFolder(common);
     return common;
 }

@@ -295,7 +295,7 @@ BackupReceipt create(const std::vector<CleanupEntry>& entries, const std::string
         const std::string item = platform::resolvedPath(ScanPaths::normalize(e.node.path));
         for (const std::string& p : ScanPaths::candidates(item))
             for (const std::string& d : destinationSpellings)
-                if (isAtOrBelow(d, p))
+                if (PathText::contains(d, p))
                     refuse(kBackupInsideItems);
         cancellation.check();
         e.validate(CleanupPolicy{CleanupPolicy::currentHome()});

@@ -18,16 +18,6 @@ double now()
     return duration<double>(system_clock::now().time_since_epoch()).count();
 }
 
-bool isAtOrBelow(std::string_view path, std::string_view folder)
-{
-    if (path == folder)
-        return true;
-    if (folder == "/")
-        return !path.empty() && path.front() == '/';
-    return path.size() > folder.size() && path.compare(0, folder.size(), folder) == 0 &&
-           path[folder.size()] == '/';
-}
-
 namespace {
 
 [[noreturn]] void refuse(const std::string& message)
@@ -59,7 +49,7 @@ CleanupEntry CleanupEntry::stage(const DiskNode& node, const ScanResult& scan, s
     if (node.isSymbolicLink || node.isCloudPlaceholder)
         refuse(kLinksCannotBeStaged);
     for (const ScanIssue& issue : scan.issues())
-        if (isAtOrBelow(issue.path, node.path))
+        if (PathText::contains(issue.path, node.path))
             refuse(kNotFullyScanned);
 
     CleanupEntry entry;
@@ -137,7 +127,7 @@ void CleanupEntry::validate(const CleanupPolicy& policy) const
     }
 
     for (const std::string& program : platform::runningExecutables())
-        if (isAtOrBelow(program, path))
+        if (PathText::contains(program, path))
             refuse("Quit " + named(path) + " before moving it to Trash.");
 }
 

@@ -51,9 +51,6 @@ struct CleanupBatch {
                                 const std::string& reason, const CancellationFlag& cancellation);
 };
 
-// Two spellings of one path, or one inside the other: a path equal to `folder` or below it.
-bool isAtOrBelow(std::string_view path, std::string_view folder);
-
 // The current time as seconds since the Unix epoch.
 double now();
 

@@ -8,6 +8,7 @@
 
 #include "platform/Trash.h"
 #include "model/Errors.h"
+#include "model/PathText.h"
 #include "model/ScanPaths.h"
 #include "platform/AtomicFile.h"
 #include "platform/FileIO.h"
@@ -61,7 +62,7 @@ bool hasRetainedCopyConflict(const std::vector<CleanupEntry>& entries)
         for (const auto& [kept, identity] : holder.retainedCopies)
             for (const std::string& c : ScanPaths::candidates(kept))
                 for (const std::string& p : staged)
-                    if (isAtOrBelow(c, p))
+                    if (PathText::contains(c, p))
                         return true;
     return false;
 }
@@ -91,7 +92,7 @@ CleanupOutcome moveToTrash(const std::vector<CleanupEntry>& entries, bool requir
         bool keptCopyStaged = false;
         for (const auto& [kept, identity] : e.retainedCopies)
             for (const CleanupEntry& other : clean)
-                keptCopyStaged = keptCopyStaged || isAtOrBelow(kept, other.node.path);
+                keptCopyStaged = keptCopyStaged || PathText::contains(kept, other.node.path);
         if (keptCopyStaged) {
             outcome.errors[path] = kConflictThisItem;
             continue;
