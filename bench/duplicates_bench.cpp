@@ -1,6 +1,7 @@
 // Duplicate search against jdupes and rdfind on one generated tree, warm cache.
 //
 //   duplicates_bench --cli PATH [--files N] [--bytes N] [--runs N] [--seed S] [--parent DIR]
+//                    [--keep]
 //
 // Makes a deterministic tree of N files (default 20,000) holding about BYTES of real data
 // (default 2 GB, nothing sparse) in a new folder below PARENT (default /tmp): duplicate groups
@@ -13,7 +14,8 @@
 // and prints the median wall time, the peak resident size and each tool's time ratio to ours.
 // Last it checks that all three report the groups the tree was built with, comparing groups as
 // sets of inodes (hard links are one file, empty files are no duplicates). The tree is removed
-// at the end, also after an error or Ctrl+C. Exit status 1 if the groups differ.
+// at the end, also after an error or Ctrl+C, unless --keep leaves it for profiling. Exit status
+// 1 if the groups differ.
 
 #include <fcntl.h>
 #include <signal.h>
@@ -360,7 +362,7 @@ int main(int argc, char** argv) {
         std::fprintf(
             stderr,
             "usage: duplicates_bench --cli PATH [--files N] [--bytes N] [--runs N] [--seed S] "
-            "[--parent DIR]\n");
+            "[--parent DIR] [--keep]\n");
         return 2;
     }
     const std::int64_t fileCount = std::stoll(option(argc, argv, "--files", "20000"));
@@ -368,6 +370,9 @@ int main(int argc, char** argv) {
     const int runs = std::stoi(option(argc, argv, "--runs", "3"));
     const std::uint64_t seed = std::stoull(option(argc, argv, "--seed", "11"));
     const std::string parent = option(argc, argv, "--parent", "/tmp");
+    const bool keep = std::find_if(argv + 1, argv + argc, [](const char* a) {
+                          return std::strcmp(a, "--keep") == 0;
+                      }) != argv + argc;
 
     struct sigaction action {};
     action.sa_handler = onSignal; // no SA_RESTART: a wait is interrupted and the tree removed
@@ -465,7 +470,10 @@ int main(int argc, char** argv) {
         status = 1;
     }
     std::error_code ignored;
-    fs::remove_all(root, ignored);
+    if (keep && status == 0 && !interrupted)
+        std::printf("Tree kept: %s\n", root.c_str());
+    else
+        fs::remove_all(root, ignored);
     for (const char* suffix : {".ours", ".jdupes", ".rdfind"})
         fs::remove(root + suffix, ignored);
     return status;
