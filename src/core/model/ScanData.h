@@ -2,10 +2,12 @@
 
 #include <QUuid>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -109,6 +111,12 @@ public:
         return *slot;
     }
     std::size_t memoryBytes() const { return size_ * sizeof(T); }
+    // The elements from `i` to the end of its chunk (or of the array), which lie back to back.
+    std::span<const T> runFrom(std::size_t i) const
+    {
+        const std::size_t offset = i % perChunk;
+        return {chunks_[i / perChunk] + offset, std::min(perChunk - offset, size_ - i)};
+    }
 
 private:
     std::vector<T*> chunks_;
@@ -155,6 +163,9 @@ public:
     std::size_t size() const { return records_.size(); }
     bool empty() const { return records_.size() == 0; }
     const NodeRecord& operator[](NodeId id) const { return records_[id]; }
+    // Records `first`, `first` + 1, … up to the end of their block of memory (at least one when
+    // `first` is a record): passes in id order read them without indexing each one.
+    std::span<const NodeRecord> recordsFrom(NodeId first) const { return records_.runFrom(first); }
     NodeRecord& at(NodeId id) { return records_[id]; }
 
     std::string_view name(NodeId id) const

@@ -1,11 +1,9 @@
 #include "query/FileCategory.h"
 
-#include <algorithm>
-#include <cctype>
 #include <string>
-#include <vector>
 
 #include "model/PathText.h"
+#include "query/ExtensionTable.h"
 
 namespace tarnbridge {
 
@@ -50,45 +48,27 @@ constexpr std::string_view kDisplay[] = {"Video", "Audio", "Image", "Document", 
 
 namespace {
 
-// An extension of up to 8 bytes, lower-cased, packed into one number: the lookup runs for every
-// file of every walk.
-std::uint64_t packed(std::string_view extension)
+const ExtensionTable<FileCategory::Value>& categoryTable()
 {
-    std::uint64_t key = 0;
-    for (char c : extension)
-        key = key << 8 | std::uint8_t(std::tolower(static_cast<unsigned char>(c)));
-    return key;
-}
-
-struct PackedEntry {
-    std::uint64_t key;
-    FileCategory::Value category;
-};
-
-const std::vector<PackedEntry>& packedTable()
-{
-    static const std::vector<PackedEntry> table = [] {
-        std::vector<PackedEntry> out;
+    static const ExtensionTable<FileCategory::Value> table = [] {
+        ExtensionTable<FileCategory::Value> t(FileCategory::other);
         for (const Entry& entry : kExtensions)
-            out.push_back({packed(entry.extension), entry.category});
-        std::sort(out.begin(), out.end(), [](const PackedEntry& a, const PackedEntry& b) { return a.key < b.key; });
-        return out;
+            t.add(entry.extension, entry.category);
+        return t;
     }();
     return table;
 }
 
 } // namespace
 
+FileCategory FileCategory::classifyKey(std::uint64_t key)
+{
+    return categoryTable().find(key);
+}
+
 FileCategory FileCategory::classify(std::string_view path)
 {
-    const std::string_view extension = PathText::pathExtension(path);
-    if (extension.empty() || extension.size() > 8)
-        return other;
-    const std::uint64_t key = packed(extension);
-    const auto& table = packedTable();
-    const auto it = std::lower_bound(table.begin(), table.end(), key,
-                                     [](const PackedEntry& e, std::uint64_t k) { return e.key < k; });
-    return (it != table.end() && it->key == key) ? FileCategory(it->category) : FileCategory(other);
+    return classifyKey(extensionKey(PathText::name(path)));
 }
 
 const std::array<FileCategory, 7>& FileCategory::allCases()

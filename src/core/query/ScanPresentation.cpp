@@ -4,12 +4,16 @@
 
 #include <algorithm>
 #include <array>
+#include <bitset>
 #include <cctype>
+#include <memory>
 #include <unordered_map>
 #include <unordered_set>
 
 #include "model/PathText.h"
+#include "query/ExtensionTable.h"
 #include "query/ScanQuery.h"
+#include "query/SubtreeWalk.h"
 
 namespace tarnbridge {
 
@@ -90,6 +94,7 @@ void FileTypeTotals::add(const NodeRecord& record, FileCategory category)
 }
 
 namespace {
+
 // Sums in plain arrays while walking; maps only at the end.
 struct Sums {
     std::array<std::int64_t, 7> allocated{};
@@ -101,6 +106,15 @@ struct Sums {
         logical[category] += r.ownLogicalSize();
         seen[category] = true;
     }
+    void add(const Sums& other)
+    {
+        for (FileCategory c : FileCategory::allCases()) {
+            allocated[c] += other.allocated[c];
+            logical[c] += other.logical[c];
+            seen[c] = seen[c] || other.seen[c];
+        }
+    }
+    bool any() const { return std::find(seen.begin(), seen.end(), true) != seen.end(); }
     void into(FileTypeTotals& totals) const
     {
         for (FileCategory c : FileCategory::allCases()) {
@@ -111,6 +125,38 @@ struct Sums {
         }
     }
 };
+
+// File type sums below one folder: its own files and per child folder.
+struct TypeWalk {
+    Sums direct;
+    std::vector<Sums> folders;
+    std::vector<NodeId> folderIds;
+
+    void add(const NodeRecord& r, std::uint32_t slot, FileCategory category)
+    {
+        if (r.isDirectory())
+            return;
+        if (slot == kDirectChild) {
+            direct.add(r, category);
+            return;
+        }
+        if (slot >= folders.size())
+            folders.resize(folderIds.size());
+        folders[slot].add(r, category);
+    }
+    void into(const ScanData& d, FileTypeTotals& total, std::map<std::string, FileTypeTotals>& byFolder) const
+    {
+        Sums all = direct;
+        for (std::size_t i = 0; i < folders.size(); ++i) {
+            if (!folders[i].any())
+                continue;
+            all.add(folders[i]);
+            folders[i].into(byFolder[d.path(folderIds[i])]);
+        }
+        all.into(total);
+    }
+};
+
 } // namespace
 
 TypeDistribution distribution(const ScanResult& scan, std::string_view focus, const CancellationFlag* cancellation)
@@ -120,41 +166,16 @@ TypeDistribution distribution(const ScanResult& scan, std::string_view focus, co
     const NodeId start = d.empty() ? kNoNode : d.find(focus);
     if (start == kNoNode)
         return out;
-    const NodeRecord& f = d[start];
-    std::uint64_t step = 0;
-    Sums total;
-    for (std::uint32_t i = 0; i < f.childCount; ++i) {
-        const NodeId child = f.firstChild + i;
-        if (!d[child].isDirectory()) {
-            total.add(d[child], FileCategory::classify(d.name(child)));
-            continue;
-        }
-        Sums folder;
-        bool cancelled = false;
-        scan.forEachDescendant(child, [&](NodeId id) {
-            if (cancelled || (cancellation && (step++ & 1023) == 0 && cancellation->isCancelled())) {
-                cancelled = true;
-                return;
-            }
-            const NodeRecord& r = d[id];
+    TypeWalk walk;
+    try {
+        forEachBelow(scan, start, cancellation, walk.folderIds, [&](NodeId id, const NodeRecord& r, std::uint32_t slot) {
             if (!r.isDirectory())
-                folder.add(r, FileCategory::classify(d.name(id)));
+                walk.add(r, slot, FileCategory::classifyKey(FileCategory::extensionKey(d.name(id))));
         });
-        if (cancelled || (cancellation && cancellation->isCancelled()))
-            return {};
-        bool any = false;
-        for (FileCategory c : FileCategory::allCases()) {
-            if (!folder.seen[c])
-                continue;
-            any = true;
-            total.allocated[c] += folder.allocated[c];
-            total.logical[c] += folder.logical[c];
-            total.seen[c] = true;
-        }
-        if (any)
-            folder.into(out.folders[d.path(child)]);
+    } catch (const CancellationError&) {
+        return {};
     }
-    total.into(out.total);
+    walk.into(d, out.total, out.folders);
     return out;
 }
 
@@ -206,89 +227,128 @@ struct NameRule {
     const char* pathPart; // the path must contain this, or nothing
 };
 
-const std::unordered_map<std::string_view, NameRule>& folderRules()
+// The folder names of the rules, with a cheap first test: most folders have a name no rule
+// knows, and a look at its length and first byte tells most of them without hashing it.
+class FolderRules {
+public:
+    FolderRules();
+    const NameRule* find(std::string_view name) const
+    {
+        if (name.empty() || !maybe_[hint(name)])
+            return nullptr;
+        const auto it = rules_.find(name);
+        return it == rules_.end() ? nullptr : &it->second;
+    }
+
+private:
+    static std::size_t hint(std::string_view name)
+    {
+        const auto first = std::uint8_t(name.front());
+        return (name.size() & 63) << 6 | ((first ^ first >> 6) & 63);
+    }
+    void emplace(std::string_view name, NameRule rule)
+    {
+        rules_.emplace(name, rule);
+        maybe_.set(hint(name));
+    }
+
+    std::unordered_map<std::string_view, NameRule> rules_;
+    std::bitset<4096> maybe_;
+};
+
+FolderRules::FolderRules()
 {
-    static const std::unordered_map<std::string_view, NameRule> rules = [] {
-        std::unordered_map<std::string_view, NameRule> r;
-        r.emplace("Downloads", NameRule{QuickWinKind::downloads, nullptr});
-        r.emplace("DerivedData", NameRule{QuickWinKind::derivedData, "/Developer/Xcode/"});
-        r.emplace("Devices", NameRule{QuickWinKind::simulators, "/CoreSimulator/"});
-        r.emplace("node_modules", NameRule{QuickWinKind::dependencies, nullptr});
-        for (const char* name : {".build", "build", "dist", ".next", "target", ".nuxt", "__pycache__", ".pytest_cache",
-                                 ".dart_tool", "Pods", ".turbo", ".parcel-cache"})
-            r.emplace(name, NameRule{QuickWinKind::builds, nullptr});
-        for (const char* name : {".android", ".gradle", "Android"})
-            r.emplace(name, NameRule{QuickWinKind::android, nullptr});
-        for (const char* name : {".colima", ".orbstack", "Virtual Machines.localized", "com.docker.docker", "OrbStack"})
-            r.emplace(name, NameRule{QuickWinKind::virtualMachines, nullptr});
-        r.emplace(".Trash", NameRule{QuickWinKind::trash, nullptr});
-        r.emplace("Mail", NameRule{QuickWinKind::mail, "/Library/"});
-        r.emplace(".cache", NameRule{QuickWinKind::caches, nullptr});
-        r.emplace(".npm", NameRule{QuickWinKind::caches, nullptr});
-        r.emplace("Caches", NameRule{QuickWinKind::caches, "/Library/"});
-        r.emplace("Logs", NameRule{QuickWinKind::caches, "/Library/"});
-        // Linux places.
-        r.emplace("Trash", NameRule{QuickWinKind::trash, "/.local/share/"});
-        r.emplace("journal", NameRule{QuickWinKind::caches, "/var/log/"});
-        for (const char* name : {".venv", "venv", ".tox"})
-            r.emplace(name, NameRule{QuickWinKind::dependencies, nullptr});
-        r.emplace("containers", NameRule{QuickWinKind::virtualMachines, "/.local/share/"});
-        return r;
-    }();
-    return rules;
+    emplace("Downloads", NameRule{QuickWinKind::downloads, nullptr});
+    emplace("DerivedData", NameRule{QuickWinKind::derivedData, "/Developer/Xcode/"});
+    emplace("Devices", NameRule{QuickWinKind::simulators, "/CoreSimulator/"});
+    emplace("node_modules", NameRule{QuickWinKind::dependencies, nullptr});
+    for (const char* name : {".build", "build", "dist", ".next", "target", ".nuxt", "__pycache__", ".pytest_cache",
+                             ".dart_tool", "Pods", ".turbo", ".parcel-cache"})
+        emplace(name, NameRule{QuickWinKind::builds, nullptr});
+    for (const char* name : {".android", ".gradle", "Android"})
+        emplace(name, NameRule{QuickWinKind::android, nullptr});
+    for (const char* name : {".colima", ".orbstack", "Virtual Machines.localized", "com.docker.docker", "OrbStack"})
+        emplace(name, NameRule{QuickWinKind::virtualMachines, nullptr});
+    emplace(".Trash", NameRule{QuickWinKind::trash, nullptr});
+    emplace("Mail", NameRule{QuickWinKind::mail, "/Library/"});
+    emplace(".cache", NameRule{QuickWinKind::caches, nullptr});
+    emplace(".npm", NameRule{QuickWinKind::caches, nullptr});
+    emplace("Caches", NameRule{QuickWinKind::caches, "/Library/"});
+    emplace("Logs", NameRule{QuickWinKind::caches, "/Library/"});
+    // Linux places.
+    emplace("Trash", NameRule{QuickWinKind::trash, "/.local/share/"});
+    emplace("journal", NameRule{QuickWinKind::caches, "/var/log/"});
+    for (const char* name : {".venv", "venv", ".tox"})
+        emplace(name, NameRule{QuickWinKind::dependencies, nullptr});
+    emplace("containers", NameRule{QuickWinKind::virtualMachines, "/.local/share/"});
 }
 
-std::optional<QuickWinKind> classifyWin(const ScanData& d, NodeId id)
+// Which extension rule could apply to a name.
+enum class ExtensionRule : std::uint8_t { none, virtualDisk, installer, linuxInstaller, linuxDiskImage };
+
+ExtensionRule extensionRule(std::string_view name, std::uint64_t key)
 {
-    const NodeRecord& r = d[id];
-    const std::string_view name = d.name(id);
+    static const ExtensionTable<ExtensionRule, 32> rules = [] {
+        ExtensionTable<ExtensionRule, 32> t(ExtensionRule::none);
+        for (const char* e : {"vmdk", "qcow2", "vhdx", "pvm", "vmwarevm"})
+            t.add(e, ExtensionRule::virtualDisk);
+        for (const char* e : {"dmg", "pkg", "iso"})
+            t.add(e, ExtensionRule::installer);
+        for (const char* e : {"deb", "rpm", "appimage", "flatpak", "snap"})
+            t.add(e, ExtensionRule::linuxInstaller);
+        for (const char* e : {"vdi", "img"})
+            t.add(e, ExtensionRule::linuxDiskImage);
+        // classifyWin skips this table for files of the other categories.
+        for (const char* e : {"vmdk", "qcow2", "vhdx", "pvm", "vmwarevm", "dmg", "pkg", "iso"})
+            if (const FileCategory c = FileCategory::classify(std::string("x.") + e);
+                c != FileCategory::other && c != FileCategory::archive)
+                throw std::logic_error("quick wins: a rule extension has a media category");
+        return t;
+    }();
+    if (key != 0)
+        return rules.find(key);
+    // The one rule extension too long for a key.
+    constexpr std::string_view sparse = "sparseimage";
+    if (name.size() < sparse.size() + 2 || name[name.size() - sparse.size() - 1] != '.')
+        return ExtensionRule::none;
+    const std::string_view tail = name.substr(name.size() - sparse.size());
+    for (std::size_t i = 0; i < sparse.size(); ++i) {
+        const char c = tail[i];
+        if ((c >= 'A' && c <= 'Z' ? char(c + 32) : c) != sparse[i])
+            return ExtensionRule::none;
+    }
+    return ExtensionRule::installer;
+}
+
+// The kind of one record, given its name's extension key and, for a file, its category.
+std::optional<QuickWinKind> classifyWin(const ScanData& d, NodeId id, const NodeRecord& r, std::string_view name,
+                                        std::uint64_t key, FileCategory category)
+{
     const bool folder = r.isDirectory();
     if (folder) {
-        const auto& rules = folderRules();
-        if (const auto it = rules.find(name); it != rules.end()) {
-            if (!it->second.pathPart || d.path(id).find(it->second.pathPart) != std::string::npos)
-                return it->second.kind;
+        static const FolderRules rules;
+        if (const NameRule* rule = rules.find(name)) {
+            if (!rule->pathPart || d.path(id).find(rule->pathPart) != std::string::npos)
+                return rule->kind;
         }
         if (isTrashVolumeFolder(name))
             return QuickWinKind::trash;
-    }
-    const std::string_view rawExt = PathText::pathExtension(name);
-    if (rawExt.empty() || rawExt.size() > 11)
+    } else if (category != FileCategory::other && category != FileCategory::archive) {
+        // Every extension of a rule is Other or Archive: only the media rule is left.
+        if (r.logicalSize >= 100'000'000 &&
+            (category == FileCategory::video || category == FileCategory::audio || category == FileCategory::image))
+            return QuickWinKind::media;
         return std::nullopt;
-    char buffer[12];
-    for (std::size_t i = 0; i < rawExt.size(); ++i)
-        buffer[i] = char(std::tolower(static_cast<unsigned char>(rawExt[i])));
-    const std::string_view ext(buffer, rawExt.size());
-    // Which extension rule could apply: 1 virtual disks (any record), 2 installers, 3 Linux
-    // installers, 4 Linux disk images over 1 GB.
-    static const std::unordered_map<std::string_view, int> extensionRules = [] {
-        std::unordered_map<std::string_view, int> m;
-        for (const char* e : {"vmdk", "qcow2", "vhdx", "pvm", "vmwarevm"})
-            m.emplace(e, 1);
-        for (const char* e : {"dmg", "pkg", "iso", "sparseimage"})
-            m.emplace(e, 2);
-        for (const char* e : {"deb", "rpm", "appimage", "flatpak", "snap"})
-            m.emplace(e, 3);
-        for (const char* e : {"vdi", "img"})
-            m.emplace(e, 4);
-        return m;
-    }();
-    const auto rule = extensionRules.find(ext);
-    const int which = rule == extensionRules.end() ? 0 : rule->second;
-    if (which == 1)
+    }
+    const ExtensionRule rule = extensionRule(name, key);
+    if (rule == ExtensionRule::virtualDisk)
         return QuickWinKind::virtualMachines;
     if (folder)
         return std::nullopt;
-    if (which == 2)
+    // Installers (13) come before large media (14), which cannot apply to Other or Archive.
+    if (rule == ExtensionRule::installer || rule == ExtensionRule::linuxInstaller)
         return QuickWinKind::installers;
-    if (r.logicalSize >= 100'000'000) {
-        const FileCategory c = FileCategory::classify(name);
-        if (c == FileCategory::video || c == FileCategory::audio || c == FileCategory::image)
-            return QuickWinKind::media;
-    }
-    if (which == 3)
-        return QuickWinKind::installers;
-    if (which == 4 && r.logicalSize > 1'000'000'000)
+    if (rule == ExtensionRule::linuxDiskImage && r.logicalSize > 1'000'000'000)
         return QuickWinKind::virtualMachines;
     return std::nullopt;
 }
@@ -310,22 +370,41 @@ std::vector<NodeId> topmostIds(const ScanData& d, std::vector<NodeId> ids)
     return kept;
 }
 
-std::array<std::vector<NodeId>, 12> discoverIds(const ScanData& d, const CancellationFlag* cancellation)
+using WinMatches = std::array<std::vector<NodeId>, 12>;
+
+// Each kind's outermost matches, biggest first.
+void reduce(const ScanData& d, WinMatches& matches)
 {
-    std::array<std::vector<NodeId>, 12> matches;
-    for (NodeId id = 1; id < d.size(); ++id) {
-        if (cancellation && (id & 4095) == 0)
-            cancellation->check();
-        if (d[id].isSymbolicLink())
-            continue;
-        if (const auto kind = classifyWin(d, id))
-            matches[std::size_t(*kind)].push_back(id);
-    }
     for (auto& ids : matches) {
         ids = topmostIds(d, std::move(ids));
         std::stable_sort(ids.begin(), ids.end(),
                          [&](NodeId a, NodeId b) { return d[a].allocatedSize > d[b].allocatedSize; });
     }
+}
+
+// One pass over the scan that finds the quick wins and, when `types` is given, sums the
+// file types below the root: each name is read and its extension looked up once for both.
+WinMatches discoverIds(const ScanResult& scan, TypeWalk* types, const CancellationFlag* cancellation)
+{
+    const ScanData& d = scan.data();
+    WinMatches matches;
+    if (d.empty())
+        return matches;
+    std::vector<NodeId> folders;
+    forEachBelow(scan, ScanData::rootId, cancellation, types ? types->folderIds : folders,
+                 [&](NodeId id, const NodeRecord& r, std::uint32_t slot) {
+                     const std::string_view name = d.name(id);
+                     const std::uint64_t key = FileCategory::extensionKey(name);
+                     const FileCategory category =
+                         r.isDirectory() ? FileCategory(FileCategory::other) : FileCategory::classifyKey(key);
+                     if (types)
+                         types->add(r, slot, category);
+                     if (r.isSymbolicLink())
+                         return;
+                     if (const auto kind = classifyWin(d, id, r, name, key, category))
+                         matches[std::size_t(*kind)].push_back(id);
+                 });
+    reduce(d, matches);
     return matches;
 }
 
@@ -355,7 +434,7 @@ std::int64_t QuickWin::bytes() const
 std::vector<QuickWin> QuickWin::discover(const ScanResult& scan)
 {
     const ScanData& d = scan.data();
-    const auto matches = discoverIds(d, nullptr);
+    const auto matches = discoverIds(scan, nullptr, nullptr);
     std::vector<QuickWin> out;
     for (QuickWinKind kind : allQuickWinKinds()) {
         QuickWin win{kind, {}};
@@ -397,11 +476,10 @@ std::vector<DiskNode> QuickWin::topmost(const std::vector<DiskNode>& nodes)
 ScanPresentation ScanPresentation::make(const ScanResult& scan, const CancellationFlag* cancellation)
 {
     ScanPresentation p;
-    TypeDistribution types = distribution(scan, scan.rootPath(), cancellation);
-    p.types = std::move(types.total);
-    p.folderTypes = std::move(types.folders);
     const ScanData& d = scan.data();
-    const auto matches = discoverIds(d, cancellation);
+    TypeWalk types;
+    const auto matches = discoverIds(scan, &types, cancellation);
+    types.into(d, p.types, p.folderTypes);
     std::vector<NodeId> all;
     for (QuickWinKind kind : allQuickWinKinds()) {
         QuickWin win{kind, {}};

@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <random>
 
+#include "model/PathText.h"
 #include "query/ScanPresentation.h"
 #include "support/FakeScan.h"
 
@@ -42,7 +44,8 @@ TEST(QuickWin, FirstRuleDecidesAndNestingReducesWithinAKind)
         {"home/u/.local/share/Trash/files/old", 9},
         {"media/usb/.Trash-1000/files/f", 8},
         {"var/log/journal/j", 6},
-        {"dl/setup.AppImage", 3}, {"dl/tool.deb", 3},
+        {"dl/setup.AppImage", 3}, {"dl/tool.deb", 3}, {"dl/Old.SparseImage", 3}, {"dl/.sparseimage", 3},
+        {"dl/not-an-installer.dmg/inside", 1},
         {"proj/.venv/lib", 2},
         {"home/u/.local/share/containers/storage", 4},
         {"vm/big.img", 1'000'000'001}, {"vm/small.img", 1'000'000'000},
@@ -67,7 +70,7 @@ TEST(QuickWin, FirstRuleDecidesAndNestingReducesWithinAKind)
     EXPECT_EQ(pathsOf(winOf(wins, QuickWinKind::trash)),
               (V{"/Downloads/home/u/.local/share/Trash", "/Downloads/media/usb/.Trash-1000"}));
     EXPECT_EQ(pathsOf(winOf(wins, QuickWinKind::installers)),
-              (V{"/Downloads/dl/setup.AppImage", "/Downloads/dl/tool.deb"}));
+              (V{"/Downloads/dl/Old.SparseImage", "/Downloads/dl/setup.AppImage", "/Downloads/dl/tool.deb"}));
     EXPECT_TRUE(winOf(wins, QuickWinKind::mail).nodes.empty());
     // Biggest first within a kind.
     const auto& caches = winOf(wins, QuickWinKind::caches).nodes;
@@ -119,4 +122,47 @@ TEST(ScanPresentation, TypeTotalsByCategoryAndChildFolder)
     EXPECT_EQ(chartSymbol(k, kinds.find("/k/Project.xcodeproj")), "package-x-generic");
     EXPECT_EQ(chartSymbol(k, kinds.find("/k/plain")), "folder");
     EXPECT_EQ(chartSymbol(k, kinds.find("/k/movie.mkv")), "video-x-generic");
+}
+
+// Type totals are summed by one pass over the whole arena for a large part of the scan and by a
+// walk of the subtree for a small one; both must agree with totals made path by path.
+TEST(ScanPresentation, TypeTotalsEqualAPathByPathSumWhateverTheWalk)
+{
+    std::mt19937_64 rng(3);
+    const char* const folders[] = {"big/", "big/a/", "big/a/b/", "big/c/", "small/", "small/d/", "e/"};
+    const char* const extensions[] = {".mp4", ".PNG", ".txt", ".tar.gz", ".bin", "", ".flac", ".rs"};
+    std::vector<test::FakeEntry> entries;
+    for (int i = 0; i < 900; ++i) {
+        const std::size_t folder = i < 6 ? 4 + i % 2 : (rng() % 20 == 0 ? 6 : rng() % 4);
+        entries.push_back({std::string(folders[folder]) + "f" + std::to_string(i) + extensions[rng() % 8],
+                           std::int64_t(rng() % 100'000), std::int64_t(rng() % 50) * 4096});
+    }
+    entries.push_back({"loose.jpg", 7, 4096});
+    const ScanResult scan = fakeScan("/r", entries);
+    const ScanData& d = scan.data();
+
+    auto byPath = [&](const std::string& focus) {
+        TypeDistribution out;
+        for (NodeId id = 0; id < d.size(); ++id) {
+            const std::string path = d.path(id);
+            if (d[id].isDirectory() || !PathText::contains(path, focus) || path == focus)
+                continue;
+            const FileCategory category = FileCategory::classify(path);
+            out.total.add(d[id], category);
+            const std::string rest = path.substr(focus.size() + 1);
+            if (const auto slash = rest.find('/'); slash != std::string::npos)
+                out.folders[focus + "/" + rest.substr(0, slash)].add(d[id], category);
+        }
+        return out;
+    };
+    for (const std::string focus : {"/r", "/r/big", "/r/small", "/r/big/a", "/r/e"}) {
+        const TypeDistribution got = distribution(scan, focus);
+        const TypeDistribution want = byPath(focus);
+        EXPECT_EQ(got.total, want.total) << focus;
+        EXPECT_EQ(got.folders, want.folders) << focus;
+    }
+    const ScanPresentation p = ScanPresentation::make(scan);
+    const TypeDistribution root = byPath("/r");
+    EXPECT_EQ(p.types, root.total);
+    EXPECT_EQ(p.folderTypes, root.folders);
 }

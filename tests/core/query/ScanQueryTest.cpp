@@ -51,6 +51,34 @@ TEST(FileCategory, ClassifiesByLowerCasedExtensionOnly)
     EXPECT_FALSE(FileCategory::fromRawValue("Image").has_value());
 }
 
+// The packed key is read eight bytes at a time; it must say what reading the name byte by
+// byte says, at every length and position of the dot.
+TEST(FileCategory, ExtensionKeyEqualsAPlainReadingOfTheName)
+{
+    auto reference = [](std::string_view name) -> std::uint64_t {
+        const std::string_view extension = PathText::pathExtension(name);
+        if (extension.empty() || extension.size() > 8)
+            return 0;
+        std::uint64_t key = 0;
+        for (char c : extension)
+            key = key << 8 | std::uint8_t(c >= 'A' && c <= 'Z' ? c + 32 : c);
+        return key;
+    };
+    std::vector<std::string> names = {"abcdefgh.ijklmnop", "abcdefg.ijklmnop", ".abcdefgh", "x.ABCDEFGH",
+                                      "name.tar.GZ",       "a........",        "\xC3\x89t\xC3\xA9.JPG",
+                                      "@[`{.Z@[`{",        "photo.J\xC0G",     "..........", "ninechars"};
+    std::mt19937_64 rng(5);
+    const std::string alphabet = std::string("..aZzA@[`{09_-") + "\x80\xC3\xFF";
+    for (int i = 0; i < 20000; ++i) {
+        std::string name(1 + rng() % 24, 'x');
+        for (char& c : name)
+            c = alphabet[rng() % alphabet.size()];
+        names.push_back(std::move(name));
+    }
+    for (const std::string& name : names)
+        ASSERT_EQ(FileCategory::extensionKey(name), reference(name)) << name;
+}
+
 TEST(ScanQuery, TestsRunInOrderAtTheirBounds)
 {
     const ScanResult scan = fakeScan("/r", {
