@@ -80,7 +80,7 @@ struct AgeSummary {
                        const CancellationFlag* cancellation = nullptr) const;
 
 private:
-    void add(NodeId id, SizeMeasure measure, std::int64_t now, MonthCalendar& calendar);
+    void add(NodeId id, const NodeRecord& record, SizeMeasure measure, std::int64_t now, MonthCalendar& calendar);
     void finish(const CancellationFlag* cancellation);
 
     // Month sums while adding, by year * 12 + month from the first month seen: an array

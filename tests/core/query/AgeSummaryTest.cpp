@@ -1,5 +1,9 @@
 #include <gtest/gtest.h>
 
+#include <QDateTime>
+
+#include <random>
+
 #include "query/AgeSummary.h"
 #include "support/FakeScan.h"
 
@@ -92,4 +96,23 @@ TEST(AgeSummary, MonthsFollowTheTimeZone)
     EXPECT_EQ(utc.month(0), (ModificationMonth{1970, 1}));
     EXPECT_EQ(utc.month(4'102'444'800 - 1), (ModificationMonth{2099, 12}));
     EXPECT_EQ(utc.month(instant), (ModificationMonth{2023, 6}));
+}
+
+// The calendar finds a month from a guess; near every month start, across two centuries and
+// daylight-saving shifts, it must say what Qt's own date conversion says.
+TEST(AgeSummary, MonthOfAnyInstantMatchesQtsCalendar)
+{
+    const QTimeZone zone("America/New_York");
+    ASSERT_TRUE(zone.isValid());
+    MonthCalendar calendar(zone);
+    std::mt19937_64 rng(17);
+    for (int year = 1905; year <= 2095; year += 7) {
+        for (int month = 1; month <= 12; ++month) {
+            const std::int64_t start = QDateTime(QDate(year, month, 1), QTime(0, 0), zone).toSecsSinceEpoch();
+            for (const std::int64_t t : {start - 1, start, start + 1, start + std::int64_t(rng() % (28 * kDay))}) {
+                const QDate date = QDateTime::fromSecsSinceEpoch(t, zone).date();
+                ASSERT_EQ(calendar.month(t), (ModificationMonth{date.year(), date.month()})) << t;
+            }
+        }
+    }
 }
