@@ -210,8 +210,7 @@ RankedPage ScanQuery::rankedPage(const ScanResult& scan, std::string_view focus,
     std::int64_t worstKept = 0;
     // Without name or date tests the filter is one comparison.
     const bool sizeOnly = showHidden && text.empty() && !category && modifiedBeforeDays == 0;
-    auto offer = [&](NodeId id) {
-        const NodeRecord& r = d[id];
+    auto offer = [&](NodeId id, const NodeRecord& r) {
         const bool folder = r.isDirectory();
         if ((scope == RankingScope::files && folder) || (scope == RankingScope::folders && !folder))
             return;
@@ -241,14 +240,17 @@ RankedPage ScanQuery::rankedPage(const ScanResult& scan, std::string_view focus,
             for (std::uint32_t i = 0; i < r.childCount; ++i) {
                 if ((i + 1) % 512 == 0)
                     poll.now();
-                offer(r.firstChild + i);
+                offer(r.firstChild + i, d[r.firstChild + i]);
             }
         }
     } else {
-        for (NodeId id = 1; id < d.size(); ++id) {
-            if (id % 512 == 0)
-                poll.now();
-            offer(id);
+        // Every record but the root, a block of memory at a time.
+        for (NodeId id = 1; id < d.size();) {
+            poll.now();
+            auto run = d.recordsFrom(id);
+            run = run.first(std::min<std::size_t>(run.size(), 4096));
+            for (const NodeRecord& r : run)
+                offer(id++, r);
         }
     }
     poll.now();
