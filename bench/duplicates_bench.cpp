@@ -14,8 +14,8 @@
 // and prints the median wall time, the peak resident size and each tool's time ratio to ours.
 // Last it checks that all three report the groups the tree was built with, comparing groups as
 // sets of inodes (hard links are one file, empty files are no duplicates). The tree is removed
-// at the end, also after an error or Ctrl+C, unless --keep leaves it for profiling. Exit status
-// 1 if the groups differ.
+// at the end, also after an error or Ctrl+C; --keep leaves it after a run that found the right
+// groups, for profiling. Exit status 1 if the groups differ.
 
 #include <fcntl.h>
 #include <signal.h>
