@@ -19,6 +19,7 @@
 #include "model/PathText.h"
 #include "platform/FileFacts.h"
 #include "platform/FileIO.h"
+#include "platform/LargeMemory.h"
 
 namespace tarnbridge {
 
@@ -29,16 +30,18 @@ std::int64_t DuplicateGroup::reclaimable() const {
     return sum;
 }
 
+DuplicateFinder::ReadBuffers::~ReadBuffers() {
+    platform::freeLarge(block_, 2 * kReadBytes);
+}
+
 char* DuplicateFinder::ReadBuffers::first() {
-    if (!first_)
-        first_ = std::make_unique_for_overwrite<char[]>(kReadBytes);
-    return first_.get();
+    if (!block_)
+        block_ = static_cast<char*>(platform::allocateLarge(2 * kReadBytes));
+    return block_;
 }
 
 char* DuplicateFinder::ReadBuffers::second() {
-    if (!second_)
-        second_ = std::make_unique_for_overwrite<char[]>(kReadBytes);
-    return second_.get();
+    return first() + kReadBytes;
 }
 
 DuplicateFinder::FileHandle::~FileHandle() {

@@ -82,14 +82,19 @@ private:
         int fd_;
     };
     // The two read buffers of one run, made on first use and reused for every file: fresh
-    // ones per file would cost a page fault for every 4 KiB read.
+    // ones per file would cost a page fault for every 4 KiB read. Both share one 2 MiB huge
+    // page: one fault instead of 512, and page-aligned targets copy faster from the page cache.
     class ReadBuffers {
     public:
+        ReadBuffers() = default;
+        ReadBuffers(const ReadBuffers&) = delete;
+        ReadBuffers& operator=(const ReadBuffers&) = delete;
+        ~ReadBuffers();
         char* first();
         char* second();
 
     private:
-        std::unique_ptr<char[]> first_, second_;
+        char* block_ = nullptr;
     };
     enum class Extent : std::uint8_t { prefixOnly, wholeContent };
 
