@@ -46,9 +46,7 @@ constexpr std::string_view kDisplay[] = {"Video", "Audio", "Image", "Document", 
 
 } // namespace
 
-namespace {
-
-const ExtensionTable<FileCategory::Value>& categoryTable()
+const ExtensionTable<FileCategory::Value, 256>& FileCategory::keyTable()
 {
     static const ExtensionTable<FileCategory::Value> table = [] {
         ExtensionTable<FileCategory::Value> t(FileCategory::other);
@@ -59,11 +57,9 @@ const ExtensionTable<FileCategory::Value>& categoryTable()
     return table;
 }
 
-} // namespace
-
 FileCategory FileCategory::classifyKey(std::uint64_t key)
 {
-    return categoryTable().find(key);
+    return keyTable().find(key);
 }
 
 FileCategory FileCategory::classify(std::string_view path)

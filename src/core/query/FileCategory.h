@@ -10,6 +10,9 @@
 
 namespace tarnbridge {
 
+template <class Value, std::size_t Slots>
+class ExtensionTable;
+
 // The seven kinds of file, told apart by the extension of the name alone.
 class FileCategory {
 public:
@@ -21,6 +24,8 @@ public:
     static FileCategory classify(std::string_view path);
     // The same for a key from extensionKey: for walks that look at each name once.
     static FileCategory classifyKey(std::uint64_t key);
+    // The table behind classifyKey, for a walk to hold on to and look keys up in place.
+    static const ExtensionTable<Value, 256>& keyTable();
     // The extension of a name (no slash in it) lower-cased and packed into one number, first
     // byte highest; 0 when there is none or it is longer than 8 bytes, as no rule knows one.
     static std::uint64_t extensionKey(std::string_view name)

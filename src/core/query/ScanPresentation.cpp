@@ -391,12 +391,13 @@ WinMatches discoverIds(const ScanResult& scan, TypeWalk* types, const Cancellati
     if (d.empty())
         return matches;
     std::vector<NodeId> folders;
+    const auto& categories = FileCategory::keyTable();
     forEachBelow(scan, ScanData::rootId, cancellation, types ? types->folderIds : folders,
                  [&](NodeId id, const NodeRecord& r, std::uint32_t slot) {
                      const std::string_view name = d.name(id);
                      const std::uint64_t key = FileCategory::extensionKey(name);
                      const FileCategory category =
-                         r.isDirectory() ? FileCategory(FileCategory::other) : FileCategory::classifyKey(key);
+                         r.isDirectory() ? FileCategory(FileCategory::other) : FileCategory(categories.find(key));
                      if (types)
                          types->add(r, slot, category);
                      if (r.isSymbolicLink())
