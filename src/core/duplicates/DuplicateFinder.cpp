@@ -18,6 +18,7 @@
 #include "model/Errors.h"
 #include "model/PathText.h"
 #include "platform/FileFacts.h"
+#include "platform/FileIO.h"
 #include "platform/LargeMemory.h"
 
 namespace tarnbridge {
@@ -123,24 +124,6 @@ private:
     std::optional<Clock::time_point> lastSent_;
 };
 
-// Like readFully, asking for `size` bytes, but it also stops once `expected` bytes arrived:
-// the record says where the file ends, so the read that would only return 0 is not made. A
-// file that grew or shrank since is caught by the identity check after the reading.
-std::size_t readUnit(int fd, char* buffer, std::size_t size, std::int64_t expected) {
-    std::size_t got = 0;
-    while (got < size && std::int64_t(got) < expected) {
-        const ssize_t n = ::read(fd, buffer + got, size - got);
-        if (n < 0 && errno == EINTR)
-            continue;
-        if (n < 0)
-            throw systemError(errno);
-        if (n == 0)
-            break;
-        got += std::size_t(n);
-    }
-    return got;
-}
-
 struct Candidate {
     std::int64_t size;
     std::int32_t device;
@@ -182,19 +165,18 @@ std::string DuplicateFinder::digest(const DiskNode& node, const CancellationFlag
                                     Extent extent, const BytesProgress& progress,
                                     ReadBuffers& buffers) {
     const FileHandle file = openVerified(node);
-    const std::int64_t size = node.identity.size;
     Sha256 hash;
     if (extent == Extent::prefixOnly) {
         // The head only: most files of one size already differ in their first 64 KiB.
         cancellation.check();
         char* buffer = buffers.first();
-        hash.update(buffer, readUnit(file.fd(), buffer, kSampleBytes, size));
+        hash.update(buffer, platform::readFully(file.fd(), buffer, kSampleBytes));
     } else {
         char* buffer = buffers.first();
         std::int64_t total = 0;
-        while (total < size) {
+        for (;;) {
             cancellation.check();
-            const std::size_t n = readUnit(file.fd(), buffer, kReadBytes, size - total);
+            const std::size_t n = platform::readFully(file.fd(), buffer, kReadBytes);
             if (n == 0)
                 break;
             hash.update(buffer, n);
@@ -218,18 +200,17 @@ bool DuplicateFinder::equal(const DiskNode& first, const DiskNode& second,
     cancellation.check();
     char* left = buffers.first();
     char* right = buffers.second();
-    const std::int64_t sizeA = first.identity.size, sizeB = second.identity.size;
     std::int64_t total = 0;
     for (;;) {
-        const std::size_t n = readUnit(a.fd(), left, kReadBytes, sizeA - total);
-        const std::size_t m = readUnit(b.fd(), right, kReadBytes, sizeB - total);
+        const std::size_t n = platform::readFully(a.fd(), left, kReadBytes);
+        const std::size_t m = platform::readFully(b.fd(), right, kReadBytes);
         // A digest is never trusted alone: equal SHA-256 with different bytes stays apart.
         if (n != m || std::memcmp(left, right, n) != 0)
             return false;
         total += std::int64_t(n);
         if (progress)
             progress(total);
-        if (n == 0 || (total >= sizeA && total >= sizeB))
+        if (n == 0)
             break;
         cancellation.check();
     }
