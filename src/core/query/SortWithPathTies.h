@@ -68,7 +68,7 @@ void sortWithPathTies(std::vector<Item>& items, const ScanData& scan, Before bef
 
 // Sorts `items` by an integer (`valueOf`), ascending or descending, ties in plain path order.
 // On a sealed scan this is a radix sort of one number per item that holds the value, then the
-// path rank, in as few bits as their ranges need: a handful of linear passes of 11 bits each
+// path rank, in as few bits as their ranges need: a handful of linear passes of a byte each
 // instead of a million comparisons. New memory is first touched inside loops that look at
 // the flag every 64K items, since faulting in tens of megabytes can outlast a stop's wait.
 template <class Item, class ValueOf, class IdOf>
@@ -92,42 +92,44 @@ void sortByNumberWithPathTies(std::vector<Item>& items, const ScanData& scan, bo
         if (cancellation && (i & 0xFFFF) == 0)
             cancellation->check();
     };
-    std::int64_t least = INT64_MAX, most = INT64_MIN;
+    // Each value is read once (for rows of ids that is a record far away in memory), as an
+    // unsigned number in the same order, beside its path rank.
+    struct Flat {
+        std::uint64_t key;
+        std::uint32_t rank;
+        std::uint32_t index;
+    };
+    std::unique_ptr<Flat[]> flat(new Flat[n]), spare(new Flat[n]);
+    std::uint64_t least = UINT64_MAX, most = 0;
     std::uint32_t topRank = 0;
     for (std::size_t i = 0; i < n; ++i) {
         poll(i);
-        const std::int64_t v = valueOf(items[i]);
-        least = std::min(least, v);
-        most = std::max(most, v);
-        topRank = std::max(topRank, scan.pathRank(idOf(items[i])));
+        const std::uint64_t value = std::uint64_t(std::int64_t(valueOf(items[i]))) ^ (std::uint64_t(1) << 63);
+        const std::uint32_t rank = scan.pathRank(idOf(items[i]));
+        flat[i] = {value, rank, std::uint32_t(i)};
+        least = std::min(least, value);
+        most = std::max(most, value);
+        topRank = std::max(topRank, rank);
     }
     const unsigned rankBits = unsigned(std::bit_width(topRank));
-    const std::uint64_t span = n ? std::uint64_t(most) - std::uint64_t(least) : 0;
+    const std::uint64_t span = n ? most - least : 0;
     const unsigned valueBits = unsigned(std::bit_width(span));
     if (valueBits + rankBits > 64) {
         // Values spread over more than 2^40 or so: rare enough for comparisons to do.
         comparisonSort();
         return;
     }
-    struct Flat {
-        std::uint64_t key;
-        std::uint32_t index;
-    };
-    std::unique_ptr<Flat[]> flat(new Flat[n]), spare(new Flat[n]);
-    for (std::size_t i = 0; i < n; ++i) {
-        poll(i);
-        const std::uint64_t v = std::uint64_t(valueOf(items[i])) - std::uint64_t(least);
-        const std::uint64_t value = ascending ? v : span - v;
-        flat[i] = {value << rankBits | scan.pathRank(idOf(items[i])), std::uint32_t(i)};
-    }
-    // Stable passes, least significant digit first. All counts come from one read; a digit that
-    // is the same everywhere costs no pass.
-    constexpr unsigned bits = 11;
+    // Stable passes, least significant digit first. One key holds the value's offset in its
+    // range, then the rank, so ties go by path. All counts come from the pass that makes the
+    // keys; a digit that is the same everywhere costs no pass.
+    constexpr unsigned bits = 8;
     constexpr std::size_t radix = std::size_t(1) << bits;
     const unsigned digits = (valueBits + rankBits + bits - 1) / bits;
     std::vector<std::array<std::uint32_t, radix>> counts(digits, std::array<std::uint32_t, radix>{});
     for (std::size_t i = 0; i < n; ++i) {
         poll(i);
+        const std::uint64_t offset = ascending ? flat[i].key - least : most - flat[i].key;
+        flat[i].key = offset << rankBits | flat[i].rank;
         for (unsigned d = 0; d < digits; ++d)
             ++counts[d][(flat[i].key >> (bits * d)) & (radix - 1)];
     }
