@@ -4,9 +4,13 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <bitset>
 #include <cctype>
+#include <exception>
 #include <memory>
+#include <optional>
+#include <thread>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -382,29 +386,104 @@ void reduce(const ScanData& d, WinMatches& matches)
     }
 }
 
-// One pass over the scan that finds the quick wins and, when `types` is given, sums the
-// file types below the root: each name is read and its extension looked up once for both.
+// Below this many records a second thread costs more than it saves.
+constexpr std::size_t kRecordsForTwoThreads = 200'000;
+
+// One pass over the scan that finds the quick wins and, when `types` is given, sums the file
+// types below the root: each name is read and its extension looked up once for both. On a
+// large scan a second thread reads the names of the upper half of the ids meanwhile, and the
+// pass then only adds up that half with the categories it found.
 WinMatches discoverIds(const ScanResult& scan, TypeWalk* types, const CancellationFlag* cancellation)
 {
     const ScanData& d = scan.data();
     WinMatches matches;
     if (d.empty())
         return matches;
-    std::vector<NodeId> folders;
     const auto& categories = FileCategory::keyTable();
-    forEachBelow(scan, ScanData::rootId, cancellation, types ? types->folderIds : folders,
-                 [&](NodeId id, const NodeRecord& r, std::uint32_t slot) {
-                     const std::string_view name = d.name(id);
-                     const std::uint64_t key = FileCategory::extensionKey(name);
-                     const FileCategory category =
-                         r.isDirectory() ? FileCategory(FileCategory::other) : FileCategory(categories.find(key));
-                     if (types)
-                         types->add(r, slot, category);
-                     if (r.isSymbolicLink())
-                         return;
-                     if (const auto kind = classifyWin(d, id, r, name, key, category))
-                         matches[std::size_t(*kind)].push_back(id);
-                 });
+    auto look = [&](NodeId id, const NodeRecord& r, WinMatches& found) {
+        const std::string_view name = d.name(id);
+        const std::uint64_t key = FileCategory::extensionKey(name);
+        const FileCategory category =
+            r.isDirectory() ? FileCategory(FileCategory::other) : FileCategory(categories.find(key));
+        if (!r.isSymbolicLink())
+            if (const auto kind = classifyWin(d, id, r, name, key, category))
+                found[std::size_t(*kind)].push_back(id);
+        return category;
+    };
+
+    const bool split = d.size() >= kRecordsForTwoThreads && std::thread::hardware_concurrency() > 1;
+    // With type sums to make, this thread also adds up the upper part after the other thread
+    // is done with it, so it takes the smaller share of the names.
+    const NodeId middle = !split ? NodeId(d.size()) : types ? NodeId(d.size() * 2 / 5) : NodeId(d.size() / 2);
+    std::vector<FileCategory::Value> upperCategories(d.size() - middle);
+    WinMatches upperMatches;
+    std::exception_ptr upperFailure;
+    std::atomic<bool> stop{false};
+    std::optional<std::jthread> upper;
+    if (split) {
+        upper.emplace([&] {
+            try {
+                for (NodeId id = middle; id < d.size();) {
+                    if (stop.load(std::memory_order_relaxed) || (cancellation && cancellation->isCancelled()))
+                        return;
+                    auto run = d.recordsFrom(id);
+                    run = run.first(std::min<std::size_t>(run.size(), 4096));
+                    for (const NodeRecord& r : run) {
+                        upperCategories[id - middle] = look(id, r, upperMatches);
+                        ++id;
+                    }
+                }
+            } catch (...) {
+                upperFailure = std::current_exception();
+            }
+        });
+    }
+    // However this function is left, the second thread has ended before its data goes.
+    struct Finish {
+        std::atomic<bool>& stop;
+        std::optional<std::jthread>& thread;
+        void now()
+        {
+            if (thread && thread->joinable()) {
+                stop = true;
+                thread->join();
+            }
+        }
+        ~Finish() { now(); }
+    } finish{stop, upper};
+    auto upperDone = [&] {
+        if (upper && upper->joinable())
+            upper->join();
+        if (upperFailure)
+            std::rethrow_exception(upperFailure);
+        if (cancellation)
+            cancellation->check(); // the thread may have stopped early for it
+    };
+
+    if (types) {
+        bool joined = false;
+        forEachBelow(scan, ScanData::rootId, cancellation, types->folderIds,
+                     [&](NodeId id, const NodeRecord& r, std::uint32_t slot) {
+                         if (id < middle) {
+                             types->add(r, slot, look(id, r, matches));
+                             return;
+                         }
+                         if (!joined) {
+                             upperDone();
+                             joined = true;
+                         }
+                         types->add(r, slot, upperCategories[id - middle]);
+                     });
+    } else {
+        for (NodeId id = 1; id < middle; ++id) {
+            if (cancellation && (id & 4095) == 0)
+                cancellation->check();
+            look(id, d[id], matches);
+        }
+    }
+    upperDone();
+    for (std::size_t k = 0; k < matches.size(); ++k)
+        matches[k].insert(matches[k].end(), upperMatches[k].begin(), upperMatches[k].end());
     reduce(d, matches);
     return matches;
 }

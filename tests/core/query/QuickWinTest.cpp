@@ -1,7 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <map>
 #include <random>
+#include <set>
 
 #include "model/PathText.h"
 #include "query/ScanPresentation.h"
@@ -165,4 +167,71 @@ TEST(ScanPresentation, TypeTotalsEqualAPathByPathSumWhateverTheWalk)
     const TypeDistribution root = byPath("/r");
     EXPECT_EQ(p.types, root.total);
     EXPECT_EQ(p.folderTypes, root.folders);
+}
+
+// A scan large enough for the quick wins and type sums to be shared between two threads: what
+// they find must be what the generator put there, whichever thread read the name.
+TEST(ScanPresentation, LargeScansFindWhatWasPutInThem)
+{
+    auto data = std::make_shared<ScanData>();
+    NodeRecord folder;
+    folder.flags = NodeRecord::directory;
+    folder.mode = 040755;
+    data->addRoot("/big", folder);
+    std::map<QuickWinKind, std::set<std::string>> expected;
+    FileTypeTotals expectedTypes;
+    const char* const extensions[] = {".mp4", ".PNG", ".txt", ".dmg", ".bin", "", ".deb", ".rs"};
+    std::vector<NodeId> level1, level2;
+    for (int i = 0; i < 300; ++i)
+        level1.push_back(data->append(ScanData::rootId, folder, "top" + std::to_string(i)));
+    for (NodeId parent : level1) {
+        for (int i = 0; i < 40; ++i) {
+            const std::size_t n = level2.size();
+            std::string name = n % 97 == 5 ? "node_modules" : n % 89 == 7 ? "build" : "sub" + std::to_string(i);
+            const NodeId id = data->append(parent, folder, name);
+            level2.push_back(id);
+            if (name == "node_modules")
+                expected[QuickWinKind::dependencies].insert(data->path(id));
+            else if (name == "build")
+                expected[QuickWinKind::builds].insert(data->path(id));
+        }
+    }
+    std::size_t count = 0;
+    for (NodeId parent : level2) {
+        for (int i = 0; i < 20; ++i, ++count) {
+            NodeRecord file;
+            file.flags = NodeRecord::regularFile;
+            file.mode = 0100644;
+            const std::string name = "f" + std::to_string(i) + extensions[count % 8];
+            file.logicalSize = count % 1013 == 0 ? 150'000'000 : std::int64_t(count % 5000);
+            file.allocatedSize = (file.logicalSize + 4095) / 4096 * 4096;
+            const NodeId id = data->append(parent, file, name);
+            const FileCategory category = FileCategory::classify(name);
+            expectedTypes.add(file, category);
+            if (name.ends_with(".dmg") || name.ends_with(".deb"))
+                expected[QuickWinKind::installers].insert(data->path(id));
+            else if (file.logicalSize >= 100'000'000 && (category == FileCategory::video || category == FileCategory::image))
+                expected[QuickWinKind::media].insert(data->path(id));
+        }
+    }
+    data->seal();
+    const ScanResult scan(std::move(data));
+    ASSERT_GT(scan.nodeCount(), 250'000u);
+
+    const ScanPresentation p = ScanPresentation::make(scan);
+    for (const auto& wins : {QuickWin::discover(scan), p.quickWins}) {
+        for (const QuickWin& win : wins) {
+            const std::vector<std::string> got = pathsOf(win);
+            const std::set<std::string>& want = expected[win.kind];
+            EXPECT_EQ(std::set<std::string>(got.begin(), got.end()), want) << info(win.kind).rawValue;
+            EXPECT_EQ(got.size(), want.size());
+        }
+    }
+    EXPECT_EQ(p.types, expectedTypes);
+    EXPECT_EQ(p.folderTypes, distribution(scan, "/big").folders);
+    EXPECT_EQ(p.folderTypes.size(), 300u);
+
+    CancellationFlag cancelled;
+    cancelled.cancel();
+    EXPECT_THROW(ScanPresentation::make(scan, &cancelled), CancellationError);
 }
