@@ -325,7 +325,7 @@ ExtensionRule extensionRule(std::string_view name, std::uint64_t key)
 }
 
 // The kind of one record, given its name's extension key and, for a file, its category.
-std::optional<QuickWinKind> classifyWin(const ScanData& d, NodeId id, const NodeRecord& r, std::string_view name,
+[[gnu::always_inline]] inline std::optional<QuickWinKind> classifyWin(const ScanData& d, NodeId id, const NodeRecord& r, std::string_view name,
                                         std::uint64_t key, FileCategory category)
 {
     const bool folder = r.isDirectory();
