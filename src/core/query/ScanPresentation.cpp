@@ -8,6 +8,7 @@
 #include <bitset>
 #include <cctype>
 #include <exception>
+#include <stdexcept>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -389,101 +390,144 @@ void reduce(const ScanData& d, WinMatches& matches)
 // Below this many records a second thread costs more than it saves.
 constexpr std::size_t kRecordsForTwoThreads = 200'000;
 
+// The names of a scan, looked at in blocks of ids that either thread may take: each record's
+// category is kept for the type sums and the quick wins each thread finds are its own.
+class NameBlocks {
+public:
+    static constexpr NodeId kBlock = 4096;
+
+    explicit NameBlocks(const ScanData& d)
+        : d_(d), categories_(d.size()), blocks_((d.size() + kBlock - 1) / kBlock), done_(blocks_)
+    {
+    }
+    NameBlocks(const NameBlocks&) = delete;
+    NameBlocks& operator=(const NameBlocks&) = delete;
+    // Left by an exception: the helper stops after its block instead of reading all the rest.
+    ~NameBlocks()
+    {
+        abandoned_ = true;
+        helper_.reset();
+    }
+
+    // Reads one block of names; false when none is left, the flag is set or the pass was left.
+    bool takeOne(WinMatches& found, const CancellationFlag* cancellation)
+    {
+        if (abandoned_.load(std::memory_order_relaxed) || (cancellation && cancellation->isCancelled()))
+            return false;
+        const std::size_t block = next_.fetch_add(1);
+        if (block >= blocks_)
+            return false;
+        look(block, found);
+        done_[block].store(true, std::memory_order_release);
+        return true;
+    }
+    // Takes blocks on another thread until none is left.
+    void startHelper(const CancellationFlag* cancellation)
+    {
+        helperEnded_ = false;
+        helper_.emplace([this, cancellation] {
+            try {
+                while (takeOne(helperFound_, cancellation)) {
+                }
+            } catch (...) {
+                helperFailure_ = std::current_exception();
+            }
+            helperEnded_.store(true, std::memory_order_release);
+        });
+    }
+    // Waits for the helper; what it found joins `found`, a failure of its own is thrown here.
+    void finishHelper(WinMatches& found)
+    {
+        if (!helper_)
+            return;
+        helper_.reset(); // joins
+        if (helperFailure_)
+            std::rethrow_exception(helperFailure_);
+        for (std::size_t k = 0; k < found.size(); ++k)
+            found[k].insert(found[k].end(), helperFound_[k].begin(), helperFound_[k].end());
+    }
+    // The category of `id`, once its block is done; takes other blocks while it waits.
+    FileCategory category(NodeId id, WinMatches& found, const CancellationFlag* cancellation)
+    {
+        const std::size_t block = id / kBlock;
+        while (!done_[block].load(std::memory_order_acquire)) {
+            if (takeOne(found, cancellation))
+                continue;
+            if (cancellation)
+                cancellation->check();
+            // Only the helper can hold the block now; it ends early on a failure alone.
+            if (helperEnded_.load(std::memory_order_acquire) && !done_[block].load(std::memory_order_acquire)) {
+                if (helperFailure_)
+                    std::rethrow_exception(helperFailure_);
+                throw std::logic_error("quick wins: a block of names was left unread");
+            }
+            std::this_thread::yield();
+        }
+        return categories_[id];
+    }
+
+private:
+    void look(std::size_t block, WinMatches& found)
+    {
+        const auto& table = FileCategory::keyTable();
+        const NodeId end = NodeId(std::min<std::size_t>(d_.size(), (block + 1) * kBlock));
+        for (NodeId id = NodeId(block * kBlock); id < end;) {
+            auto run = d_.recordsFrom(id);
+            run = run.first(std::min<std::size_t>(run.size(), end - id));
+            for (const NodeRecord& r : run) {
+                const std::string_view name = d_.name(id);
+                const std::uint64_t key = FileCategory::extensionKey(name);
+                const FileCategory category =
+                    r.isDirectory() ? FileCategory(FileCategory::other) : FileCategory(table.find(key));
+                categories_[id] = category;
+                // The root is never a quick win.
+                if (id != ScanData::rootId && !r.isSymbolicLink())
+                    if (const auto kind = classifyWin(d_, id, r, name, key, category))
+                        found[std::size_t(*kind)].push_back(id);
+                ++id;
+            }
+        }
+    }
+
+    const ScanData& d_;
+    std::vector<FileCategory::Value> categories_;
+    std::size_t blocks_;
+    std::vector<std::atomic<bool>> done_;
+    std::atomic<std::size_t> next_{0};
+    std::atomic<bool> abandoned_{false};
+    WinMatches helperFound_;
+    std::exception_ptr helperFailure_;
+    std::atomic<bool> helperEnded_{true};
+    // Joined in the destructor or by finishHelper, before anything it uses goes. It stops at
+    // the flag, when no block is left, or when the pass is abandoned.
+    std::optional<std::jthread> helper_;
+};
+
 // One pass over the scan that finds the quick wins and, when `types` is given, sums the file
 // types below the root: each name is read and its extension looked up once for both. On a
-// large scan a second thread reads the names of the upper half of the ids meanwhile, and the
-// pass then only adds up that half with the categories it found.
+// large scan a second thread takes blocks of names too, while this one adds up the types in
+// id order as the blocks are done.
 WinMatches discoverIds(const ScanResult& scan, TypeWalk* types, const CancellationFlag* cancellation)
 {
     const ScanData& d = scan.data();
     WinMatches matches;
     if (d.empty())
         return matches;
-    const auto& categories = FileCategory::keyTable();
-    auto look = [&](NodeId id, const NodeRecord& r, WinMatches& found) {
-        const std::string_view name = d.name(id);
-        const std::uint64_t key = FileCategory::extensionKey(name);
-        const FileCategory category =
-            r.isDirectory() ? FileCategory(FileCategory::other) : FileCategory(categories.find(key));
-        if (!r.isSymbolicLink())
-            if (const auto kind = classifyWin(d, id, r, name, key, category))
-                found[std::size_t(*kind)].push_back(id);
-        return category;
-    };
-
-    const bool split = d.size() >= kRecordsForTwoThreads && std::thread::hardware_concurrency() > 1;
-    // With type sums to make, this thread also adds up the upper part after the other thread
-    // is done with it, so it takes the smaller share of the names.
-    const NodeId middle = !split ? NodeId(d.size()) : types ? NodeId(d.size() * 2 / 5) : NodeId(d.size() / 2);
-    std::vector<FileCategory::Value> upperCategories(d.size() - middle);
-    WinMatches upperMatches;
-    std::exception_ptr upperFailure;
-    std::atomic<bool> stop{false};
-    std::optional<std::jthread> upper;
-    if (split) {
-        upper.emplace([&] {
-            try {
-                for (NodeId id = middle; id < d.size();) {
-                    if (stop.load(std::memory_order_relaxed) || (cancellation && cancellation->isCancelled()))
-                        return;
-                    auto run = d.recordsFrom(id);
-                    run = run.first(std::min<std::size_t>(run.size(), 4096));
-                    for (const NodeRecord& r : run) {
-                        upperCategories[id - middle] = look(id, r, upperMatches);
-                        ++id;
-                    }
-                }
-            } catch (...) {
-                upperFailure = std::current_exception();
-            }
-        });
-    }
-    // However this function is left, the second thread has ended before its data goes.
-    struct Finish {
-        std::atomic<bool>& stop;
-        std::optional<std::jthread>& thread;
-        void now()
-        {
-            if (thread && thread->joinable()) {
-                stop = true;
-                thread->join();
-            }
-        }
-        ~Finish() { now(); }
-    } finish{stop, upper};
-    auto upperDone = [&] {
-        if (upper && upper->joinable())
-            upper->join();
-        if (upperFailure)
-            std::rethrow_exception(upperFailure);
-        if (cancellation)
-            cancellation->check(); // the thread may have stopped early for it
-    };
-
+    NameBlocks names(d);
+    if (d.size() >= kRecordsForTwoThreads && std::thread::hardware_concurrency() > 1)
+        names.startHelper(cancellation);
     if (types) {
-        bool joined = false;
         forEachBelow(scan, ScanData::rootId, cancellation, types->folderIds,
                      [&](NodeId id, const NodeRecord& r, std::uint32_t slot) {
-                         if (id < middle) {
-                             types->add(r, slot, look(id, r, matches));
-                             return;
-                         }
-                         if (!joined) {
-                             upperDone();
-                             joined = true;
-                         }
-                         types->add(r, slot, upperCategories[id - middle]);
+                         types->add(r, slot, names.category(id, matches, cancellation));
                      });
     } else {
-        for (NodeId id = 1; id < middle; ++id) {
-            if (cancellation && (id & 4095) == 0)
-                cancellation->check();
-            look(id, d[id], matches);
+        while (names.takeOne(matches, cancellation)) {
         }
     }
-    upperDone();
-    for (std::size_t k = 0; k < matches.size(); ++k)
-        matches[k].insert(matches[k].end(), upperMatches[k].begin(), upperMatches[k].end());
+    names.finishHelper(matches);
+    if (cancellation)
+        cancellation->check(); // blocks may have been left at the flag
     reduce(d, matches);
     return matches;
 }
