@@ -108,6 +108,23 @@ TEST(TableOrdering, NumericColumnsMatchAReferenceSortOnRandomTrees)
             EXPECT_EQ(got, expected) << int(field) << " " << int(order);
         }
     }
+
+    // With filters, over the whole tree and over a small part of it: the rows forEach finds.
+    ScanQuery filtered;
+    filtered.minimumBytes = 5000;
+    filtered.text = "f1";
+    for (const std::string focus : {"/r", "/r/d3", "/r/d7/s2"}) {
+        std::vector<NodeId> expected;
+        filtered.forEach(scan, focus, true, currentTime(), [&](NodeId id) { expected.push_back(id); });
+        ASSERT_FALSE(expected.empty()) << focus;
+        std::sort(expected.begin(), expected.end(), [&](NodeId a, NodeId b) {
+            if (d[a].allocatedSize != d[b].allocatedSize)
+                return d[a].allocatedSize > d[b].allocatedSize;
+            return PathText::compare(d.path(a), d.path(b)) < 0;
+        });
+        EXPECT_EQ(filtered.sortedIds(scan, focus, true, ScanSortField::allocatedSize, SortOrder::descending), expected)
+            << focus;
+    }
 }
 
 TEST(TableOrdering, NameOrderMatchesTheCollatorOnRandomTreesWithRepeatedNames)
