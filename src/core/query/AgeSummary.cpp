@@ -105,7 +105,7 @@ void AgeSummary::add(NodeId id, const NodeRecord& r, SizeMeasure measure, std::i
     constexpr std::int64_t year = 31'536'000;
     const bool untouched = r.logicalSize >= 40'000'000 && now - r.modifiedSeconds > year &&
                            now - r.accessedSeconds > year;
-    entries.push_back({id, bytes, range, month, untouched});
+    entries.push_back({id, range, untouched, bytes, month});
 }
 
 void AgeSummary::finish(const CancellationFlag* cancellation)

@@ -54,13 +54,15 @@ struct AgeListing {
 // How old the files below a folder are: bytes by age class and by month, one entry per file
 // sorted biggest first, and the large files untouched for a year.
 struct AgeSummary {
+    // 24 bytes in this order: a summary of a whole disk holds millions and sorts them.
     struct Entry {
         NodeId id;
-        std::int64_t bytes;
         AgeRange range;
-        ModificationMonth month;
         bool untouched;
+        std::int64_t bytes;
+        ModificationMonth month;
     };
+    static_assert(sizeof(Entry) == 24);
 
     ScanResult scan; // what the entries' ids refer to
     std::vector<Entry> entries;
