@@ -136,9 +136,8 @@ AgeSummary AgeSummary::make(const ScanResult& scan, std::string_view focus, cons
         cancellation->check();
     // What query.forEach would visit, in id order: one pass over the arena for a large focus.
     if (const NodeId start = scan.isEmpty() ? kNoNode : scan.find(focus); start != kNoNode) {
-        std::vector<NodeId> folders;
         const ScanData& d = scan.data();
-        forEachBelow(scan, start, cancellation, folders, [&](NodeId id, const NodeRecord& r, std::uint32_t) {
+        forEachBelow(scan, start, cancellation, [&](NodeId id, const NodeRecord& r) {
             if (!r.isDirectory() && query.matches(d, id, r, now))
                 summary.add(id, r, query.measure, now, calendar);
         });

@@ -75,4 +75,13 @@ void forEachBelow(const ScanResult& scan, NodeId top, const CancellationFlag* ca
     }
 }
 
+// The same for a walk that needs no slots.
+template <class Each>
+void forEachBelow(const ScanResult& scan, NodeId top, const CancellationFlag* cancellation, Each&& each)
+{
+    std::vector<NodeId> folders;
+    forEachBelow(scan, top, cancellation, folders,
+                 [&](NodeId id, const NodeRecord& r, std::uint32_t) { each(id, r); });
+}
+
 } // namespace tarnbridge

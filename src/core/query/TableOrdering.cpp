@@ -38,8 +38,7 @@ std::vector<NodeId> ScanQuery::sortedIds(const ScanResult& scan, std::string_vie
         if (cancellation)
             cancellation->check();
         ids.reserve(std::size_t(d[start].fileCount) + d[start].folderCount);
-        std::vector<NodeId> folders;
-        forEachBelow(scan, start, cancellation, folders, [&](NodeId id, const NodeRecord& r, std::uint32_t) {
+        forEachBelow(scan, start, cancellation, [&](NodeId id, const NodeRecord& r) {
             if (matches(d, id, r, now))
                 ids.push_back(id);
         });
