@@ -44,13 +44,13 @@ void BackupReceipt::write(json::Writer& w) const
 BackupReceipt BackupReceipt::read(const json::Value& v)
 {
     BackupReceipt r;
-    r.id = v.at("id").string("The key \"id\"");
-    r.directory = v.at("directory").string("The key \"directory\"");
-    r.createdAt = json::readDate(v.at("createdAt"), "The key \"createdAt\"");
-    for (const json::Value& item : v.at("items").array("The key \"items\""))
-        r.items.push_back({item.at("originalPath").string("The key \"originalPath\""),
-                           item.at("relativePath").string("The key \"relativePath\""),
-                           item.at("bytes").integer("The key \"bytes\"")});
+    r.id = v.stringAt("id");
+    r.directory = v.stringAt("directory");
+    r.createdAt = json::dateAt(v, "createdAt");
+    for (const json::Value& item : v.arrayAt("items"))
+        r.items.push_back({item.stringAt("originalPath"),
+                           item.stringAt("relativePath"),
+                           item.integerAt("bytes")});
     return r;
 }
 

@@ -186,10 +186,10 @@ void writeIdentities(json::Writer& w, const IdentityMap& map)
     w.endObject();
 }
 
-IdentityMap readIdentities(const json::Value& value, const char* key)
+IdentityMap readIdentities(const json::Value& object, const char* key)
 {
     IdentityMap map;
-    for (const auto& [path, identity] : value.members(std::string("The key \"") + key + "\""))
+    for (const auto& [path, identity] : object.membersAt(key))
         map.emplace(path, json::readIdentity(identity));
     return map;
 }
@@ -214,10 +214,10 @@ CleanupEntry CleanupEntry::read(const json::Value& value)
 {
     CleanupEntry e;
     e.node = json::readNode(value.at("node"));
-    e.identities = readIdentities(value.at("identities"), "identities");
-    e.stagedAt = json::readDate(value.at("stagedAt"), "The key \"stagedAt\"");
-    e.reason = value.at("reason").string("The key \"reason\"");
-    e.retainedCopies = readIdentities(value.at("retainedCopies"), "retainedCopies");
+    e.identities = readIdentities(value, "identities");
+    e.stagedAt = json::dateAt(value, "stagedAt");
+    e.reason = value.stringAt("reason");
+    e.retainedCopies = readIdentities(value, "retainedCopies");
     return e;
 }
 

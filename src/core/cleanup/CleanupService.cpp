@@ -36,13 +36,13 @@ void TrashReceipt::write(json::Writer& w) const
 TrashReceipt TrashReceipt::read(const json::Value& v)
 {
     TrashReceipt r;
-    r.id = v.at("id").string("The key \"id\"");
+    r.id = v.stringAt("id");
     if (QUuid::fromString(QString::fromStdString(r.id)).isNull())
         throw TarnbridgeError("The key \"id\" holds no identifier.");
-    r.originalPath = v.at("originalPath").string("The key \"originalPath\"");
-    r.trashPath = v.at("trashPath").string("The key \"trashPath\"");
-    r.date = json::readDate(v.at("date"), "The key \"date\"");
-    r.bytes = v.at("bytes").integer("The key \"bytes\"");
+    r.originalPath = v.stringAt("originalPath");
+    r.trashPath = v.stringAt("trashPath");
+    r.date = json::dateAt(v, "date");
+    r.bytes = v.integerAt("bytes");
     r.identity = json::readIdentity(v.at("identity"));
     return r;
 }

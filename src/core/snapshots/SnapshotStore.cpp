@@ -35,12 +35,12 @@ void SnapshotRecord::write(json::Writer& w) const
 SnapshotRecord SnapshotRecord::read(const json::Value& v)
 {
     SnapshotRecord r;
-    r.id = v.at("id").string("The key \"id\"");
-    r.title = v.at("title").string("The key \"title\"");
-    r.createdAt = json::readDate(v.at("createdAt"), "The key \"createdAt\"");
-    r.rootPath = v.at("rootPath").string("The key \"rootPath\"");
-    r.bytes = v.at("bytes").integer("The key \"bytes\"");
-    r.fileCount = v.at("fileCount").integer("The key \"fileCount\"");
+    r.id = v.stringAt("id");
+    r.title = v.stringAt("title");
+    r.createdAt = json::dateAt(v, "createdAt");
+    r.rootPath = v.stringAt("rootPath");
+    r.bytes = v.integerAt("bytes");
+    r.fileCount = v.integerAt("fileCount");
     return r;
 }
 

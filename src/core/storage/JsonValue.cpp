@@ -102,7 +102,7 @@ const Value& Value::at(std::string_view key) const
         throw TarnbridgeError("An object was expected where \"" + std::string(key) + "\" should be.");
     if (const Value* v = find(key))
         return *v;
-    throw TarnbridgeError("The key \"" + std::string(key) + "\" is missing.");
+    throw TarnbridgeError(keyText(key) + " is missing.");
 }
 
 class Parser {
@@ -362,16 +362,15 @@ namespace {
 
 std::int64_t ranged(const Value& object, const char* key, std::int64_t low, std::int64_t high)
 {
-    const std::string what = std::string("The key \"") + key + "\"";
-    const std::int64_t v = object.at(key).integer(what);
+    const std::int64_t v = object.integerAt(key);
     if (v < low || v > high)
-        throw TarnbridgeError(what + " is out of range.");
+        throw TarnbridgeError(Value::keyText(key) + " is out of range.");
     return v;
 }
 
 std::int64_t wholeDate(const Value& object, const char* key)
 {
-    return std::llround(readDate(object.at(key), std::string("The key \"") + key + "\""));
+    return std::llround(dateAt(object, key));
 }
 
 } // namespace
@@ -382,7 +381,7 @@ FileIdentity readIdentity(const Value& v)
     constexpr auto kMin = std::numeric_limits<std::int64_t>::min();
     FileIdentity id;
     id.device = std::int32_t(ranged(v, "device", INT32_MIN, INT32_MAX));
-    id.inode = v.at("inode").unsignedInteger("The key \"inode\"");
+    id.inode = v.unsignedIntegerAt("inode");
     id.size = ranged(v, "size", kMin, kMax);
     id.modifiedSeconds = ranged(v, "modifiedSeconds", kMin, kMax);
     id.modifiedNanos = ranged(v, "modifiedNanos", kMin, kMax);
@@ -426,12 +425,12 @@ DiskNode readNode(const Value& v)
     constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
     constexpr auto kMin = std::numeric_limits<std::int64_t>::min();
     DiskNode n;
-    n.path = v.at("path").string("The key \"path\"");
+    n.path = v.stringAt("path");
     if (const Value* parent = v.find("parent"); parent && parent->type() != Value::Type::null)
-        n.parent = parent->string("The key \"parent\"");
-    n.isDirectory = v.at("isDirectory").boolean("The key \"isDirectory\"");
-    n.isSymbolicLink = v.at("isSymbolicLink").boolean("The key \"isSymbolicLink\"");
-    n.isCloudPlaceholder = v.at("isCloudPlaceholder").boolean("The key \"isCloudPlaceholder\"");
+        n.parent = parent->string(Value::keyText("parent"));
+    n.isDirectory = v.booleanAt("isDirectory");
+    n.isSymbolicLink = v.booleanAt("isSymbolicLink");
+    n.isCloudPlaceholder = v.booleanAt("isCloudPlaceholder");
     n.logicalSize = ranged(v, "logicalSize", kMin, kMax);
     n.allocatedSize = ranged(v, "allocatedSize", kMin, kMax);
     n.ownLogicalSize = ranged(v, "ownLogicalSize", kMin, kMax);
@@ -439,7 +438,7 @@ DiskNode readNode(const Value& v)
     n.compressedSavings = ranged(v, "compressedSavings", kMin, kMax);
     n.fileCount = ranged(v, "fileCount", kMin, kMax);
     n.folderCount = ranged(v, "folderCount", kMin, kMax);
-    for (const Value& child : v.at("children").array("The key \"children\""))
+    for (const Value& child : v.arrayAt("children"))
         n.children.push_back(child.string("A child path"));
     n.created = wholeDate(v, "created");
     n.modified = wholeDate(v, "modified");

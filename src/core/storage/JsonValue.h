@@ -36,6 +36,19 @@ public:
     const Value& at(std::string_view key) const;
     const Value* find(std::string_view key) const;
 
+    // The member `key`, typed; an error names it as "The key \"key\"".
+    bool booleanAt(std::string_view key) const { return at(key).boolean(keyText(key)); }
+    std::int64_t integerAt(std::string_view key) const { return at(key).integer(keyText(key)); }
+    std::uint64_t unsignedIntegerAt(std::string_view key) const { return at(key).unsignedInteger(keyText(key)); }
+    const std::string& stringAt(std::string_view key) const { return at(key).string(keyText(key)); }
+    const std::vector<Value>& arrayAt(std::string_view key) const { return at(key).array(keyText(key)); }
+    const std::vector<std::pair<std::string, Value>>& membersAt(std::string_view key) const
+    {
+        return at(key).members(keyText(key));
+    }
+    // How errors name a member: The key "bytes".
+    static std::string keyText(std::string_view key) { return "The key \"" + std::string(key) + "\""; }
+
 private:
     friend class Parser;
     Type type_ = Type::null;
@@ -75,6 +88,11 @@ private:
 
 // Dates read back as seconds since the Unix epoch.
 double readDate(const Value& value, std::string_view what);
+// The date in the member `key`.
+inline double dateAt(const Value& object, std::string_view key)
+{
+    return readDate(object.at(key), Value::keyText(key));
+}
 
 // The value forms of the scan records, the same keys as in a scan file.
 void write(Writer& w, const FileIdentity& identity);
