@@ -27,6 +27,15 @@ constexpr int hexDigitValue(char c) noexcept
 // that byte; anything else is kept as it stands.
 std::string decodeHexEscapes(std::string_view text, std::string_view introducer);
 
+// `text` without any of the `spaces` bytes at either end.
+inline std::string_view trimmed(std::string_view text, std::string_view spaces = " \t\n\r\v\f")
+{
+    const auto first = text.find_first_not_of(spaces);
+    if (first == std::string_view::npos)
+        return {};
+    return text.substr(first, text.find_last_not_of(spaces) - first + 1);
+}
+
 // A file name or path for display: valid UTF-8 as it is, each stray byte as U+FFFD.
 QString displayText(std::string_view bytes);
 

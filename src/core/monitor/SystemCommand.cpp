@@ -107,14 +107,6 @@ bool drain(int fd, std::string& into)
     }
 }
 
-std::string trimmed(const std::string& text)
-{
-    const char* space = " \t\n\r\v\f";
-    const auto first = text.find_first_not_of(space);
-    if (first == std::string::npos)
-        return {};
-    return text.substr(first, text.find_last_not_of(space) - first + 1);
-}
 
 int pollMilliseconds(Clock::duration wait)
 {
@@ -192,7 +184,7 @@ std::string SystemCommand::run(const std::string& program,
     }
 
     if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) {
-        const std::string message = trimmed(errors);
+        const std::string message(trimmed(errors));
         throw TarnbridgeError(isValidUtf8(message) ? message : "Command unavailable");
     }
     return isValidUtf8(output) ? output : std::string();

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "model/Errors.h"
+#include "model/TextEncoding.h"
 #include "platform/ProcFs.h"
 
 namespace tarnbridge {
@@ -17,14 +18,8 @@ bool isSpace(char c)
     return c == ' ' || c == '\t';
 }
 
-std::string_view trimmed(std::string_view s)
-{
-    while (!s.empty() && isSpace(s.front()))
-        s.remove_prefix(1);
-    while (!s.empty() && isSpace(s.back()))
-        s.remove_suffix(1);
-    return s;
-}
+// Desktop entries pad only with spaces and tabs.
+constexpr std::string_view kPadding = " \t";
 
 // Keys are ASCII words; launchers accept more than the standard's [A-Za-z0-9-], so only what
 // would make the line ambiguous is refused.
@@ -58,7 +53,7 @@ DesktopEntry DesktopEntry::parse(std::string_view text)
         ++number;
         if (!line.empty() && line.back() == '\r') // written on another system
             line.remove_suffix(1);
-        const std::string_view content = trimmed(line);
+        const std::string_view content = trimmed(line, kPadding);
         if (content.empty() || content.front() == '#')
             continue;
         if (content.front() == '[') {
@@ -78,7 +73,7 @@ DesktopEntry DesktopEntry::parse(std::string_view text)
             malformed(number, "is neither a group, a key nor a comment.");
         if (entry.groups_.empty())
             malformed(number, "has a key before the first group.");
-        std::string_view key = trimmed(content.substr(0, equals));
+        std::string_view key = trimmed(content.substr(0, equals), kPadding);
         // "Name[de]": the locale in brackets belongs to the key.
         std::string_view base = key;
         if (const auto open = key.find('['); open != std::string_view::npos) {
@@ -169,7 +164,7 @@ bool DesktopEntry::boolean(std::string_view group, std::string_view key, bool fa
     const auto value = raw(group, key);
     if (!value)
         return fallback;
-    const std::string_view v = trimmed(*value);
+    const std::string_view v = trimmed(*value, kPadding);
     if (v == "true" || v == "1")
         return true;
     if (v == "false" || v == "0")

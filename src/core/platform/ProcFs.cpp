@@ -42,14 +42,6 @@ std::vector<std::string_view> words(std::string_view text)
     return out;
 }
 
-std::string_view trimmed(std::string_view text)
-{
-    while (!text.empty() && isSpace(text.front()))
-        text.remove_prefix(1);
-    while (!text.empty() && isSpace(text.back()))
-        text.remove_suffix(1);
-    return text;
-}
 
 // Calls `f` with each line, without its newline.
 template <typename F> void forEachLine(std::string_view text, F&& f)
