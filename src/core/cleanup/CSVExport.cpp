@@ -3,6 +3,7 @@
 #include <ctime>
 
 #include "cleanup/CleanupService.h"
+#include "model/Formatting.h"
 #include "model/PathText.h"
 #include "platform/AtomicFile.h"
 #include "query/FileCategory.h"
@@ -10,16 +11,6 @@
 namespace tarnbridge::CSVExport {
 
 namespace {
-
-std::string isoDate(std::int64_t unixSeconds)
-{
-    const std::time_t t = std::time_t(unixSeconds);
-    std::tm parts {};
-    ::gmtime_r(&t, &parts);
-    char text[40];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", &parts);
-    return text;
-}
 
 void appendRow(std::string& out, const DiskNode& node)
 {
@@ -36,7 +27,7 @@ void appendRow(std::string& out, const DiskNode& node)
     out += ',';
     out += protectedText(node.isDirectory ? std::string_view("Folder") : FileCategory::classify(name).rawValue());
     out += ',';
-    out += protectedText(isoDate(node.modified));
+    out += protectedText(formattedTime(node.modified, "%Y-%m-%dT%H:%M:%SZ", ClockZone::utc));
     out += "\r\n";
 }
 

@@ -184,16 +184,6 @@ std::string resolvedFolder(const std::string& path)
     return result;
 }
 
-std::string folderDate(double unixSeconds)
-{
-    const std::time_t t = std::time_t(unixSeconds);
-    std::tm parts {};
-    ::localtime_r(&t, &parts);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%d %H.%M.%S", &parts);
-    return text;
-}
-
 // Removes the unfinished backup on every way out until `keep` is called.
 class TemporaryFolder {
 public:
@@ -321,8 +311,9 @@ BackupReceipt create(const std::vector<CleanupEntry>& entries, const std::string
     BackupReceipt receipt;
     receipt.id = newIdentifier();
     receipt.createdAt = now();
-    const std::string finalPath = PathText::join(
-        destination, "Tarnbridge Backup " + folderDate(receipt.createdAt) + " " + receipt.id.substr(0, 8));
+    const std::string stamp = formattedTime(std::int64_t(receipt.createdAt), "%Y-%m-%d %H.%M.%S", ClockZone::local);
+    const std::string finalPath =
+        PathText::join(destination, "Tarnbridge Backup " + stamp + " " + receipt.id.substr(0, 8));
     const std::string temporary = PathText::join(destination, ".Tarnbridge-backup-" + receipt.id);
     if (::mkdir(temporary.c_str(), 0700) != 0)
         throw systemError(errno);

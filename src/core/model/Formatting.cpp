@@ -6,6 +6,7 @@
 #include <cctype>
 #include <cmath>
 #include <cstdio>
+#include <ctime>
 
 #include "model/Errors.h"
 
@@ -88,6 +89,18 @@ std::int64_t parseByteCount(const std::string& text)
     if (amount < 0 || factor < 0 || (end && *end != '\0') || amount * factor > 9.2e18)
         throw TarnbridgeError("\"" + text + "\" is not a size. Write it like 500KB, 10MB or 2GB.");
     return static_cast<std::int64_t>(std::llround(amount * factor));
+}
+
+std::string formattedTime(std::int64_t unixSeconds, const char* format, ClockZone zone)
+{
+    const std::time_t t = std::time_t(unixSeconds);
+    std::tm parts{};
+    if (zone == ClockZone::utc)
+        ::gmtime_r(&t, &parts);
+    else
+        ::localtime_r(&t, &parts);
+    char text[64];
+    return std::strftime(text, sizeof text, format, &parts) ? text : "";
 }
 
 } // namespace tarnbridge

@@ -14,6 +14,7 @@
 
 #include "cleanup/CleanupPolicy.h"
 #include "model/Errors.h"
+#include "model/Formatting.h"
 #include "model/PathText.h"
 #include "model/TextEncoding.h"
 #include "platform/AtomicFile.h"
@@ -76,16 +77,6 @@ std::string topFolder(const std::string& path, dev_t device)
         top = parent;
     }
     return top;
-}
-
-std::string localTime()
-{
-    const std::time_t t = std::time(nullptr);
-    std::tm parts {};
-    ::localtime_r(&t, &parts);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &parts);
-    return text;
 }
 
 int renameNoReplace(const std::string& from, const std::string& to)
@@ -194,7 +185,8 @@ std::string moveToTrash(const std::string& path)
         if (!name.empty() && static_cast<unsigned char>(name.back()) >= 0xC0)
             name.pop_back();
     }
-    const std::string info = "[Trash Info]\nPath=" + encodePath(recorded) + "\nDeletionDate=" + localTime() + "\n";
+    const std::string info = "[Trash Info]\nPath=" + encodePath(recorded) + "\nDeletionDate=" +
+                             formattedTime(std::time(nullptr), "%Y-%m-%dT%H:%M:%S", ClockZone::local) + "\n";
 
     for (int n = 1;; ++n) {
         const std::string candidate = n == 1 ? name : name + "." + std::to_string(n);
