@@ -9,22 +9,16 @@
 #include "duplicates/DuplicateFinder.h"
 #include "scan/DiskScanner.h"
 #include "storage/ScanJson.h"
+#include "support/Checks.h"
 #include "support/TempTree.h"
 
 using namespace tarnbridge;
 using tarnbridge::test::cliPath;
+using tarnbridge::test::randomBytes;
 using tarnbridge::test::runProcess;
 using tarnbridge::test::TempTree;
 
 namespace {
-
-std::string content(std::size_t size, unsigned seed) {
-    std::mt19937 random(seed);
-    std::string out(size, '\0');
-    for (char& c : out)
-        c = char(random() & 0xff);
-    return out;
-}
 
 // A tree with groups of several sizes and counts, near copies that differ at the very end, hard
 // links, empty files and a name that is not UTF-8.
@@ -32,7 +26,7 @@ void fillTree(TempTree& tree) {
     std::mt19937 random(5);
     for (int g = 0; g < 12; ++g) {
         const std::size_t size = 500 + std::size_t(random() % 1'500'000);
-        const std::string text = content(size, unsigned(100 + g));
+        const std::string text = randomBytes(size, unsigned(100 + g));
         const int copies = 2 + int(random() % 4);
         for (int c = 0; c < copies; ++c)
             tree.fileWithText("d" + std::to_string(c / 2) + "/g" + std::to_string(g) +
@@ -43,12 +37,12 @@ void fillTree(TempTree& tree) {
         tree.fileWithText("near/g" + std::to_string(g), near);
     }
     tree.hardLink("d0/g0 copy.bin", "links/g0");
-    tree.fileWithText("links/solo", content(4096, 999));
+    tree.fileWithText("links/solo", randomBytes(4096, 999));
     tree.hardLink("links/solo", "links/solo again");
     tree.file("empty/a", 0);
     tree.file("empty/b", 0);
-    tree.fileWithText("odd/\xff name", content(3000, 77));
-    tree.fileWithText("odd/plain", content(3000, 77));
+    tree.fileWithText("odd/\xff name", randomBytes(3000, 77));
+    tree.fileWithText("odd/plain", randomBytes(3000, 77));
 }
 
 // (reclaimable, id, paths) per group, groups of equal worth ordered by id: their order is open.
@@ -186,7 +180,7 @@ TEST(DuplicateCommands, PrintTheGroupsTheLibraryFinds) {
 
 TEST(DuplicateCommands, RefusalsAndSkipsAreSaidInTheProductsWords) {
     TempTree tree;
-    const std::string text = content(2'000'000, 3);
+    const std::string text = randomBytes(2'000'000, 3);
     tree.fileWithText("a/one", text);
     tree.fileWithText("a/two", text);
     tree.fileWithText("a/three", text);
@@ -225,7 +219,7 @@ TEST(DuplicateCommands, RefusalsAndSkipsAreSaidInTheProductsWords) {
 
 TEST(DuplicateCommands, ProgressOnATerminalUsesThePhaseTexts) {
     TempTree tree;
-    const std::string text = content(1'500'000, 4);
+    const std::string text = randomBytes(1'500'000, 4);
     tree.fileWithText("x", text);
     tree.fileWithText("y", text);
     CancellationFlag flag;

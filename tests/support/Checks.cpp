@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <fstream>
+#include <random>
 #include <sstream>
 
 #include "scan/DiskScanner.h"
@@ -13,6 +14,15 @@ ScanResult scanOf(const std::string& root)
 {
     CancellationFlag flag;
     return DiskScanner::scan(root, flag);
+}
+
+std::string randomBytes(std::size_t size, unsigned seed)
+{
+    std::mt19937 random(seed);
+    std::string out(size, '\0');
+    for (char& c : out)
+        c = char(random() & 0xff);
+    return out;
 }
 
 CleanupEntry stage(const ScanResult& scan, const std::string& path)

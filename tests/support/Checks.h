@@ -1,16 +1,22 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 #include "cleanup/CleanupEntry.h"
 #include "model/Errors.h"
 #include "model/ScanResult.h"
+#include "support/TempTree.h"
 
 // Small helpers the file-touching tests share.
 namespace tarnbridge::test {
 
-// A finished scan of `root`.
+// A finished scan of `root`, or of a whole temporary tree.
 ScanResult scanOf(const std::string& root);
+inline ScanResult scanOf(const TempTree& tree) { return scanOf(tree.root()); }
+
+// Reproducible bytes that no two seeds share, so that copies are copies on purpose only.
+std::string randomBytes(std::size_t size, unsigned seed);
 
 // `path` staged from `scan` with the current home's policy.
 CleanupEntry stage(const ScanResult& scan, const std::string& path);

@@ -8,16 +8,17 @@
 #include <chrono>
 #include <fstream>
 #include <map>
-#include <random>
 #include <set>
 
 #include "duplicates/DuplicateFinder.h"
 #include "model/Errors.h"
-#include "scan/DiskScanner.h"
+#include "support/Checks.h"
 #include "support/TempTree.h"
 
 using namespace tarnbridge;
+using tarnbridge::test::randomBytes;
 using tarnbridge::test::runProcess;
+using tarnbridge::test::scanOf;
 using tarnbridge::test::TempTree;
 using Phase = DuplicateProgress::Phase;
 
@@ -50,20 +51,6 @@ struct DuplicateFinderTestAccess {
 using Access = tarnbridge::DuplicateFinderTestAccess;
 
 namespace {
-
-// Reproducible content that no two seeds share, so copies are copies on purpose only.
-std::string content(std::size_t size, unsigned seed) {
-    std::mt19937 random(seed);
-    std::string out(size, '\0');
-    for (char& c : out)
-        c = char(random() & 0xff);
-    return out;
-}
-
-ScanResult scanOf(const TempTree& tree) {
-    CancellationFlag flag;
-    return DiskScanner::scan(tree.root(), flag);
-}
 
 struct Outcome {
     DuplicateReport report;
@@ -147,15 +134,15 @@ std::int64_t allocatedOnDisk(const std::string& path) {
 
 TEST(DuplicateFinder, GroupsHoldProvenCopiesWithTheirDigestAndReclaimableBytes) {
     TempTree tree;
-    const std::string small = content(200'000, 1), large = content(2'500'000, 2);
+    const std::string small = randomBytes(200'000, 1), large = randomBytes(2'500'000, 2);
     for (const char* p : {"a/photo.jpg", "b/photo copy.jpg", "c/deep/photo.jpg"})
         tree.fileWithText(p, small);
     tree.fileWithText("a/archive.zip", large);
     tree.fileWithText("z/archive.zip", large);
-    tree.fileWithText("a/same size, other bytes", content(200'000, 3));
-    tree.fileWithText("a/\xff\xfe not UTF-8", content(5'000, 4));
-    tree.fileWithText("b/\xff\xfe not UTF-8 either", content(5'000, 4));
-    tree.fileWithText("a/alone", content(777, 5));
+    tree.fileWithText("a/same size, other bytes", randomBytes(200'000, 3));
+    tree.fileWithText("a/\xff\xfe not UTF-8", randomBytes(5'000, 4));
+    tree.fileWithText("b/\xff\xfe not UTF-8 either", randomBytes(5'000, 4));
+    tree.fileWithText("a/alone", randomBytes(777, 5));
     const ScanResult scan = scanOf(tree);
 
     const Outcome o = find(scan);
@@ -294,7 +281,7 @@ TEST(DuplicateFinder, HardLinksAreNeverDuplicatesOfEachOther) {
     };
     for (const auto& c : cases) {
         TempTree tree;
-        const std::string text = content(70'000, 9);
+        const std::string text = randomBytes(70'000, 9);
         tree.fileWithText("m/original", text);
         for (const auto& l : c.links)
             tree.hardLink("m/original", l);
@@ -313,7 +300,7 @@ TEST(DuplicateFinder, HardLinksAreNeverDuplicatesOfEachOther) {
 }
 
 TEST(DuplicateFinder, OnlyFilesAlikeInTheirHeadAreReadInFull) {
-    const std::string head = content(65'536, 11);
+    const std::string head = randomBytes(65'536, 11);
     struct Case {
         const char* name;
         std::string first, second;
@@ -322,10 +309,10 @@ TEST(DuplicateFinder, OnlyFilesAlikeInTheirHeadAreReadInFull) {
     const std::vector<Case> cases{
         {"differ in the first byte", "A" + head, "B" + head, false, false},
         {"differ in the last byte", head + "A", head + "B", true, false},
-        {"differ after the first MiB", head + content(1'200'000, 12) + "A",
-         head + content(1'200'000, 12) + "B", true, false},
+        {"differ after the first MiB", head + randomBytes(1'200'000, 12) + "A",
+         head + randomBytes(1'200'000, 12) + "B", true, false},
         {"small and equal", head.substr(0, 3000), head.substr(0, 3000), true, true},
-        {"large and equal", head + content(3'000'000, 13), head + content(3'000'000, 13), true,
+        {"large and equal", head + randomBytes(3'000'000, 13), head + randomBytes(3'000'000, 13), true,
          true},
     };
     for (const auto& c : cases) {
@@ -346,7 +333,7 @@ TEST(DuplicateFinder, DigestsAreSha256OfTheHeadOrOfEverything) {
     TempTree tree;
     for (std::size_t size : {1ul, 65'535ul, 65'536ul, 65'537ul, 1'048'576ul, 2'500'001ul}) {
         const std::string path =
-            tree.fileWithText("f" + std::to_string(size), content(size, unsigned(size)));
+            tree.fileWithText("f" + std::to_string(size), randomBytes(size, unsigned(size)));
         const ScanResult scan = scanOf(tree);
         const DiskNode node = *scan.node(path);
         CancellationFlag flag;
@@ -370,7 +357,7 @@ TEST(DuplicateFinder, FilesChangedOrGoneAfterTheScanAreSkipped) {
         std::string message;
     };
     const std::vector<Case> cases{
-        {"rewritten", [](TempTree& t) { t.fileWithText("b/twin", content(90'000, 21)); },
+        {"rewritten", [](TempTree& t) { t.fileWithText("b/twin", randomBytes(90'000, 21)); },
          std::string(kFileChangedOrCloud) + "twin"},
         {"chmod", [](TempTree& t) { t.chmod("b/twin", 0755); },
          std::string(kFileChangedOrCloud) + "twin"},
@@ -387,7 +374,7 @@ TEST(DuplicateFinder, FilesChangedOrGoneAfterTheScanAreSkipped) {
     for (const auto& c : cases) {
         for (const bool third : {true, false}) {
             TempTree tree;
-            const std::string text = content(90'000, 20);
+            const std::string text = randomBytes(90'000, 20);
             tree.fileWithText("a/twin", text);
             tree.fileWithText("b/twin", text);
             if (third)
@@ -416,7 +403,7 @@ TEST(DuplicateFinder, FilesChangedOrGoneAfterTheScanAreSkipped) {
 
 TEST(DuplicateFinder, UnreadableFilesAreSkippedWithTheSystemsWords) {
     TempTree tree;
-    const std::string text = content(4'000, 30);
+    const std::string text = randomBytes(4'000, 30);
     tree.fileWithText("a", text);
     tree.fileWithText("b", text);
     tree.fileWithText("c", text);
@@ -453,7 +440,7 @@ TEST(DuplicateFinder, APathReplacedBetweenCheckAndOpenIsRefused) {
     };
     for (const auto& c : cases) {
         TempTree tree;
-        const std::string text = content(10'000, 40);
+        const std::string text = randomBytes(10'000, 40);
         tree.fileWithText("file", text);
         tree.fileWithText("twin", text);
         const DiskNode node = *scanOf(tree).node(tree.path("file"));
@@ -469,11 +456,11 @@ TEST(DuplicateFinder, APathReplacedBetweenCheckAndOpenIsRefused) {
 
 TEST(DuplicateFinder, ChangesWhileReadingAreCaught) {
     TempTree tree;
-    const std::string text = content(2'200'000, 50);
+    const std::string text = randomBytes(2'200'000, 50);
     tree.fileWithText("one", text);
     tree.fileWithText("two", text);
-    tree.fileWithText("three", content(2'200'000, 51));
-    tree.fileWithText("four", content(2'200'000, 51));
+    tree.fileWithText("three", randomBytes(2'200'000, 51));
+    tree.fileWithText("four", randomBytes(2'200'000, 51));
     const ScanResult scan = scanOf(tree);
     const DiskNode one = *scan.node(tree.path("one")), two = *scan.node(tree.path("two")),
                    three = *scan.node(tree.path("three")), four = *scan.node(tree.path("four"));
@@ -524,7 +511,7 @@ TEST(DuplicateFinder, ChangesWhileReadingAreCaught) {
 
 TEST(DuplicateFinder, ACopyChangedDuringVerificationLeavesTheGroupSilently) {
     TempTree tree;
-    const std::string text = content(300'000, 60);
+    const std::string text = randomBytes(300'000, 60);
     for (const char* p : {"a", "b", "c", "d"})
         tree.fileWithText(p, text);
     const ScanResult scan = scanOf(tree);
@@ -556,8 +543,8 @@ TEST(DuplicateFinder, ACopyChangedDuringVerificationLeavesTheGroupSilently) {
 TEST(DuplicateFinder, StagesRunPerSizeBucketAndRecordsAreThrottled) {
     TempTree tree;
     for (std::size_t size : {10'000ul, 20'000ul, 30'000ul}) {
-        tree.fileWithText("one/" + std::to_string(size), content(size, unsigned(size)));
-        tree.fileWithText("two/" + std::to_string(size), content(size, unsigned(size)));
+        tree.fileWithText("one/" + std::to_string(size), randomBytes(size, unsigned(size)));
+        tree.fileWithText("two/" + std::to_string(size), randomBytes(size, unsigned(size)));
     }
     const Outcome o = find(scanOf(tree));
     expectConsistent(o);
@@ -575,7 +562,7 @@ TEST(DuplicateFinder, StagesRunPerSizeBucketAndRecordsAreThrottled) {
     // Thousands of small files: within one phase no two records come closer than the interval.
     TempTree many;
     for (int i = 0; i < 3000; ++i)
-        many.fileWithText("f" + std::to_string(i), content(64, unsigned(i)));
+        many.fileWithText("f" + std::to_string(i), randomBytes(64, unsigned(i)));
     const ScanResult scan = scanOf(many);
     std::vector<std::pair<Phase, std::chrono::steady_clock::time_point>> sent;
     const Outcome m = find(scan, 0, {}, [&](const DuplicateProgress& p) {
@@ -616,15 +603,15 @@ TEST(DuplicateFinder, ResultsDoNotDependOnTheOrderOfTheScan) {
     const std::int64_t mib = 1 << 20;
     // Five copies of 1 MiB give back more than two copies of 3 MiB.
     for (const char* p : {"p/1", "q/2", "r/3", "s/4", "t/5"})
-        tree.fileWithText(p, content(std::size_t(mib), 70));
+        tree.fileWithText(p, randomBytes(std::size_t(mib), 70));
     for (const char* p : {"big/x", "big/y"})
-        tree.fileWithText(p, content(std::size_t(3 * mib), 71));
+        tree.fileWithText(p, randomBytes(std::size_t(3 * mib), 71));
     // Two groups of equal worth: their order is left open.
     for (const char* p : {"tie/a1", "tie/a2", "other/a3"})
-        tree.fileWithText(p, content(40'000, 72));
+        tree.fileWithText(p, randomBytes(40'000, 72));
     for (const char* p : {"tie/b1", "other/b2", "tie/b3"})
-        tree.fileWithText(p, content(40'000, 73));
-    tree.fileWithText("tie/c", content(40'000, 74));
+        tree.fileWithText(p, randomBytes(40'000, 73));
+    tree.fileWithText("tie/c", randomBytes(40'000, 74));
     tree.file("t/sparse-a", 0);
     tree.hardLink("p/1", "z/link");
     const ScanResult scan = scanOf(tree);
@@ -676,7 +663,7 @@ TEST(DuplicateFinder, ResultsDoNotDependOnTheOrderOfTheScan) {
 
 TEST(DuplicateFinder, CancellationAtAnyStageGivesNoReport) {
     TempTree tree;
-    const std::string text = content(3'500'000, 80);
+    const std::string text = randomBytes(3'500'000, 80);
     tree.fileWithText("a", text);
     tree.fileWithText("b", text);
     tree.fileWithText("c", text);
