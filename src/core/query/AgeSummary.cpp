@@ -4,8 +4,6 @@
 
 #include <algorithm>
 
-#include "query/SubtreeWalk.h"
-
 namespace tarnbridge {
 
 const std::array<AgeRange, 6>& allAgeRanges()
@@ -129,17 +127,13 @@ AgeSummary AgeSummary::make(const ScanResult& scan, std::string_view focus, cons
 {
     AgeSummary summary;
     summary.scan = scan;
-    // One entry per file at most: reserving it spares the copies of a growing vector.
-    if (const NodeId start = scan.isEmpty() ? kNoNode : scan.find(focus); start != kNoNode)
-        summary.entries.reserve(std::size_t(std::max<std::int64_t>(scan.data()[start].fileCount, 0)));
     if (cancellation)
         cancellation->check();
-    // What query.forEach would visit, in id order: one pass over the arena for a large focus.
     if (const NodeId start = scan.isEmpty() ? kNoNode : scan.find(focus); start != kNoNode) {
-        const ScanData& d = scan.data();
-        forEachBelow(scan, start, cancellation, [&](NodeId id, const NodeRecord& r) {
-            if (!r.isDirectory() && query.matches(d, id, r, now))
-                summary.add(id, r, query.measure, now, calendar);
+        // One entry per file at most: reserving it spares the copies of a growing vector.
+        summary.entries.reserve(std::size_t(scan.data()[start].fileCount));
+        query.forEachBelowInIdOrder(scan, start, now, cancellation, [&](NodeId id, const NodeRecord& r) {
+            summary.add(id, r, query.measure, now, calendar);
         });
     }
     summary.finish(cancellation);

@@ -59,6 +59,21 @@ struct ScanQuery {
     // folder that fails still has its contents searched.
     void forEach(const ScanResult& scan, std::string_view focus, bool recursive, std::int64_t now,
                  const std::function<void(NodeId)>& body, const CancellationFlag* cancellation = nullptr) const;
+    // What a recursive forEach below `start` visits, in id order instead: for callers that sum
+    // or sort what they get, whose visiting order does not show. One pass over the arena when
+    // `start` holds much of it.
+    template <class Body>
+    void forEachBelowInIdOrder(const ScanResult& scan, NodeId start, std::int64_t now,
+                               const CancellationFlag* cancellation, Body&& body) const
+    {
+        if (cancellation)
+            cancellation->check();
+        const ScanData& d = scan.data();
+        forEachBelow(scan, start, cancellation, [&](NodeId id, const NodeRecord& r) {
+            if (matches(d, id, r, now))
+                body(id, r);
+        });
+    }
     std::vector<DiskNode> items(const ScanResult& scan, std::string_view focus, bool recursive,
                                 std::int64_t now, const CancellationFlag* cancellation = nullptr) const;
     std::vector<std::string> paths(const ScanResult& scan, std::string_view focus, bool recursive,
@@ -102,3 +117,4 @@ void sortWithPathTies(std::vector<Item>& items, const ScanData& scan, Before bef
 } // namespace tarnbridge
 
 #include "query/SortWithPathTies.h"
+#include "query/SubtreeWalk.h"

@@ -7,7 +7,6 @@
 
 #include "query/ScanPresentation.h"
 #include "query/ScanQuery.h"
-#include "query/SubtreeWalk.h"
 
 namespace tarnbridge {
 
@@ -33,15 +32,10 @@ std::vector<NodeId> ScanQuery::sortedIds(const ScanResult& scan, std::string_vie
     const std::int64_t now = currentTime();
     const NodeId start = d.empty() ? kNoNode : d.find(focus);
     if (recursive && start != kNoNode) {
-        // What forEach visits, gathered in id order: the rows are sorted next anyway, and
-        // reading their records in memory order makes that cheaper too.
-        if (cancellation)
-            cancellation->check();
+        // Gathered in id order: the rows are sorted next anyway, and reading their records in
+        // memory order makes that cheaper too.
         ids.reserve(std::size_t(d[start].fileCount) + d[start].folderCount);
-        forEachBelow(scan, start, cancellation, [&](NodeId id, const NodeRecord& r) {
-            if (matches(d, id, r, now))
-                ids.push_back(id);
-        });
+        forEachBelowInIdOrder(scan, start, now, cancellation, [&](NodeId id, const NodeRecord&) { ids.push_back(id); });
     } else {
         forEach(scan, focus, recursive, now, [&](NodeId id) { ids.push_back(id); }, cancellation);
     }
