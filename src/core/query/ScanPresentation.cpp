@@ -555,10 +555,11 @@ std::int64_t QuickWin::bytes() const
     return sum;
 }
 
-std::vector<QuickWin> QuickWin::discover(const ScanResult& scan)
+namespace {
+
+// The twelve results, in kind order, from the ids of each kind's matches.
+std::vector<QuickWin> winsOf(const ScanData& d, const WinMatches& matches)
 {
-    const ScanData& d = scan.data();
-    const auto matches = discoverIds(scan, nullptr, nullptr);
     std::vector<QuickWin> out;
     for (QuickWinKind kind : allQuickWinKinds()) {
         QuickWin win{kind, {}};
@@ -567,6 +568,13 @@ std::vector<QuickWin> QuickWin::discover(const ScanResult& scan)
         out.push_back(std::move(win));
     }
     return out;
+}
+
+} // namespace
+
+std::vector<QuickWin> QuickWin::discover(const ScanResult& scan)
+{
+    return winsOf(scan.data(), discoverIds(scan, nullptr, nullptr));
 }
 
 std::vector<DiskNode> QuickWin::topmost(const std::vector<DiskNode>& nodes)
@@ -604,15 +612,10 @@ ScanPresentation ScanPresentation::make(const ScanResult& scan, const Cancellati
     TypeWalk types;
     const auto matches = discoverIds(scan, &types, cancellation);
     types.into(d, p.types, p.folderTypes);
+    p.quickWins = winsOf(d, matches);
     std::vector<NodeId> all;
-    for (QuickWinKind kind : allQuickWinKinds()) {
-        QuickWin win{kind, {}};
-        for (NodeId id : matches[std::size_t(kind)]) {
-            win.nodes.push_back(d.node(id));
-            all.push_back(id);
-        }
-        p.quickWins.push_back(std::move(win));
-    }
+    for (const auto& ids : matches)
+        all.insert(all.end(), ids.begin(), ids.end());
     for (NodeId id : topmostIds(d, std::move(all)))
         p.uniqueQuickWinBytes += d[id].allocatedSize;
     return p;
