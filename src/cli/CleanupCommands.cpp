@@ -12,11 +12,15 @@
 #include "cleanup/CleanupWorkflow.h"
 #include "model/Errors.h"
 #include "model/Formatting.h"
+#include "model/Identifiers.h"
 #include "model/PathText.h"
 #include "model/ScanPaths.h"
 #include "platform/AtomicFile.h"
+#include "platform/FileFacts.h"
+#include "platform/UserFolders.h"
 #include "scan/DiskScanner.h"
-#include "storage/AppStorage.h"
+#include "state/StateFiles.h"
+#include "state/AppStorage.h"
 #include "storage/ScanJson.h"
 
 namespace tarnbridge::cli {
@@ -33,19 +37,6 @@ std::string localTime(double unixSeconds)
 {
     return QLocale().toString(QDateTime::fromMSecsSinceEpoch(qint64(unixSeconds * 1000)), QLocale::ShortFormat)
         .toStdString();
-}
-
-// State is read, changed and written under the folder's lock; a damaged file stops the change
-// so that nothing it held is written over.
-AppState loadStateForChange(const StateFiles& files, Context& context)
-{
-    auto loaded = files.load();
-    for (const std::string& message : loaded.messages)
-        context.err << message << '\n';
-    if (!loaded.messages.empty())
-        throw TarnbridgeError("Tarnbridge's saved state in " + files.directory() +
-                              " could not be read. Move the damaged file aside and try again; nothing was changed.");
-    return std::move(loaded.state);
 }
 
 // A resolved receipt, snapshot or backup by its id, or the first characters of it.
@@ -70,7 +61,7 @@ const T& byIdentifier(const std::vector<T>& items, const std::string& id, const 
 // The scan a staged item comes from: the folder itself, or a record of the file alone.
 ScanResult scanItem(const std::string& path, Context& context, bool quiet)
 {
-    const FileStat stat = FileIdentity::read(path);
+    const FileStat stat = platform::statPath(path);
     if (stat.identity.isDirectory()) {
         ProgressLine line(context);
         return DiskScanner::scan(path, context.cancellation, nullptr, [&](const ScanProgress& p) {
@@ -80,16 +71,6 @@ ScanResult scanItem(const std::string& path, Context& context, bool quiet)
     }
     DiskNode node = DiskNode::make(path, std::nullopt, stat);
     return ScanResult::fromNodes(QUuid::createUuid(), path, now(), 0, {std::move(node)}, {}, 0);
-}
-
-// The deepest folder that holds every path.
-std::string commonFolder(const std::vector<std::string>& paths)
-{
-    std::string common = parentFolder(paths.front());
-    for (const std::string& p : paths)
-        while (common != "/" && !PathText::contains(parentFolder(p), common))
-            common = parentFolder(common);
-    return common;
 }
 
 bool confirm(Context& context, std::size_t count, std::int64_t bytes)
@@ -108,19 +89,13 @@ int cleanCommand(const Arguments& args, Context& context)
     for (const auto& p : args.positionals)
         paths.push_back(absolutePath(p));
     const bool quiet = args.has("quiet");
-    const CleanupPolicy policy{CleanupPolicy::currentHome()};
+    const CleanupPolicy policy{platform::currentHome()};
 
     // Stage each item from a fresh scan. With --snapshot one scan of the folder that holds
     // them all serves both the staging and the snapshot.
     std::optional<ScanResult> snapshotScan;
     if (args.has("snapshot")) {
-        // Items the policy refuses anyway do not widen the scan (one under /etc would make it the
-        // whole disk).
-        std::vector<std::string> movable;
-        for (const std::string& p : paths)
-            if (!policy.rejection(p))
-                movable.push_back(p);
-        const std::string folder = commonFolder(movable.empty() ? paths : movable);
+        const std::string folder = CleanupWorkflow::snapshotFolder(paths, policy);
         context.err << "Scanning " << shown(folder) << " for the snapshot…\n";
         snapshotScan = scanItem(folder, context, quiet);
     }
@@ -167,9 +142,10 @@ int cleanCommand(const Arguments& args, Context& context)
         return exitFailure;
     }
 
+    // A damaged state file stops the run before anything moves, so that the receipts it held
+    // are never written over. The folder is not locked during the run: the app may save too.
     const StateFiles files = stateFiles();
-    const StateFiles::Lock lock(files);
-    AppState state = loadStateForChange(files, context);
+    files.loadIntact();
     std::optional<std::string> backupParent;
     if (const auto backup = args.value("backup"))
         backupParent = absolutePath(*backup);
@@ -183,16 +159,11 @@ int cleanCommand(const Arguments& args, Context& context)
         });
     line.clear();
 
-    // Whatever happened, what was made is kept: the backup, the receipts.
+    // Whatever happened, what was made is kept: the backup, the receipts, merged into what
+    // another program may have saved meanwhile.
     bool saveFailed = false;
-    if (result.backup)
-        state.backups.push_back(*result.backup);
-    for (const TrashReceipt& receipt : result.outcome.receipts) {
-        state.receipts.push_back(receipt);
-        std::erase_if(state.queue, [&](const CleanupEntry& e) { return e.node.path == receipt.originalPath; });
-    }
     try {
-        files.save(state);
+        files.update([&](AppState& state) { state.record(result); });
     } catch (const std::exception& error) {
         // The items are in the Trash either way (their .trashinfo lets a file manager put them
         // back); keep the receipts where the user can find them.
@@ -267,22 +238,20 @@ int receiptsCommand(const Arguments& args, Context& context)
 
 int restoreCommand(const Arguments& args, Context& context)
 {
-    const StateFiles files = stateFiles();
-    const StateFiles::Lock lock(files);
-    AppState state = loadStateForChange(files, context);
     int code = exitOk;
-    for (const std::string& id : args.positionals) {
-        try {
-            const TrashReceipt receipt = byIdentifier(state.receipts, id, "receipt");
-            CleanupService::restore(receipt);
-            std::erase_if(state.receipts, [&](const TrashReceipt& r) { return r.id == receipt.id; });
-            context.out << "Restored " << shown(receipt.originalPath) << '\n';
-        } catch (const std::exception& error) {
-            context.out << "Not restored " << id << ": " << describeError(error) << '\n';
-            code = exitFailure;
+    stateFiles().update([&](AppState& state) {
+        for (const std::string& id : args.positionals) {
+            try {
+                const TrashReceipt receipt = byIdentifier(state.receipts, id, "receipt");
+                CleanupService::restore(receipt);
+                std::erase_if(state.receipts, [&](const TrashReceipt& r) { return r.id == receipt.id; });
+                context.out << "Restored " << shown(receipt.originalPath) << '\n';
+            } catch (const std::exception& error) {
+                context.out << "Not restored " << id << ": " << describeError(error) << '\n';
+                code = exitFailure;
+            }
         }
-    }
-    files.save(state);
+    });
     return code;
 }
 
@@ -387,17 +356,12 @@ int snapshotCompareCommand(const Arguments& args, Context& context)
     const std::int64_t minimum = args.value("min-change") ? parseByteCount(*args.value("min-change")) : 0;
     const bool topLevel = args.has("top-level");
     const std::size_t limit = std::size_t(args.integer("limit", 300, 1, 100'000'000));
-    std::vector<const SnapshotChange*> shownRows;
-    for (const SnapshotChange& c : changes) {
-        const std::int64_t delta = c.after > c.before ? c.after - c.before : c.before - c.after;
-        if (delta < minimum || (topLevel && parentFolder(c.path) != after.rootPath()))
-            continue;
-        shownRows.push_back(&c);
-    }
+    const std::vector<const SnapshotChange*> shownRows = SnapshotStore::visibleChanges(
+        changes, minimum, topLevel ? ChangeLevel::topLevelOnly : ChangeLevel::everyLevel, after.rootPath());
     if (args.has("json")) {
         for (const SnapshotChange* c : shownRows)
             context.out << "{\"path\":" << jsonString(c->path) << ",\"before\":" << c->before << ",\"after\":"
-                        << c->after << ",\"status\":" << jsonString(c->status) << "}\n";
+                        << c->after << ",\"status\":" << jsonString(statusText(c->status)) << "}\n";
         return exitOk;
     }
     context.out << shown(title) << '\n'
@@ -415,8 +379,8 @@ int snapshotCompareCommand(const Arguments& args, Context& context)
     for (std::size_t i = 0; i < shownRows.size() && i < limit; ++i) {
         const SnapshotChange& c = *shownRows[i];
         const std::string sign = c.after >= c.before ? "+" : "−";
-        table.add({sign + formattedBytes(c.after >= c.before ? c.after - c.before : c.before - c.after),
-                   formattedBytes(c.before), formattedBytes(c.after), c.status, shown(c.path)});
+        table.add({sign + formattedBytes(std::int64_t(c.magnitude())), formattedBytes(c.before), formattedBytes(c.after),
+                   statusText(c.status), shown(c.path)});
     }
     table.print(context.out);
     if (shownRows.size() > limit)

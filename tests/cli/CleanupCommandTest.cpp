@@ -7,7 +7,8 @@
 #include <regex>
 
 #include "snapshots/SnapshotStore.h"
-#include "storage/AppStorage.h"
+#include "state/StateFiles.h"
+#include "state/AppStorage.h"
 #include "support/Checks.h"
 #include "support/TempTree.h"
 
@@ -124,7 +125,7 @@ TEST(CleanupCommands, SnapshotsSaveListCompareAndDelete)
     for (const auto& c : changes)
         if (std::llabs(c.after - c.before) >= 1'000'000)
             expected.push_back("{\"path\":\"" + c.path + "\",\"before\":" + std::to_string(c.before) +
-                               ",\"after\":" + std::to_string(c.after) + ",\"status\":\"" + c.status + "\"}");
+                               ",\"after\":" + std::to_string(c.after) + ",\"status\":\"" + statusText(c.status) + "\"}");
     std::string joined;
     for (const auto& line : expected)
         joined += line + "\n";

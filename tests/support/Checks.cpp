@@ -6,6 +6,7 @@
 #include <random>
 #include <sstream>
 
+#include "platform/UserFolders.h"
 #include "scan/DiskScanner.h"
 
 namespace tarnbridge::test {
@@ -27,7 +28,7 @@ std::string randomBytes(std::size_t size, unsigned seed)
 
 CleanupEntry stage(const ScanResult& scan, const std::string& path)
 {
-    return CleanupEntry::stage(*scan.node(path), scan, "test", CleanupPolicy{CleanupPolicy::currentHome()});
+    return CleanupEntry::stage(*scan.node(path), scan, "test", CleanupPolicy{platform::currentHome()});
 }
 
 bool exists(const std::string& path)

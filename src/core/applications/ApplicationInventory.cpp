@@ -23,6 +23,7 @@
 #include "model/PathText.h"
 #include "model/TextEncoding.h"
 #include "platform/DirectoryReader.h"
+#include "platform/FileFacts.h"
 #include "scan/DiskScanner.h"
 
 namespace tarnbridge {
@@ -504,7 +505,7 @@ ApplicationInventory::ApplicationInventory(Ownership ownership)
 ScanResult ApplicationInventory::scanItem(const std::string& path,
                                           const CancellationFlag& cancellation)
 {
-    const FileStat stat = FileIdentity::read(path);
+    const FileStat stat = platform::statPath(path);
     if (stat.identity.isDirectory())
         return DiskScanner::scan(path, cancellation);
     std::vector<DiskNode> nodes{DiskNode::make(path, std::nullopt, stat)};

@@ -4,6 +4,7 @@
 
 #include "cleanup/CleanupService.h"
 #include "model/Formatting.h"
+#include "model/Identifiers.h"
 #include "model/PathText.h"
 #include "platform/AtomicFile.h"
 #include "query/FileCategory.h"

@@ -15,10 +15,13 @@
 #include "cleanup/CleanupService.h"
 #include "model/Errors.h"
 #include "model/Formatting.h"
+#include "model/Identifiers.h"
 #include "model/PathText.h"
 #include "model/ScanPaths.h"
 #include "platform/AtomicFile.h"
+#include "platform/FileFacts.h"
 #include "platform/FileIO.h"
+#include "platform/UserFolders.h"
 #include "scan/DiskScanner.h"
 
 namespace tarnbridge {
@@ -212,7 +215,7 @@ private:
 
 void compareFile(const std::string& a, const std::string& b, const CancellationFlag& cancellation)
 {
-    if (!FileIdentity::read(a).identity.isRegularFile() || !FileIdentity::read(b).identity.isRegularFile())
+    if (!platform::statPath(a).identity.isRegularFile() || !platform::statPath(b).identity.isRegularFile())
         refuse(kOnlyRegularFiles);
     const FileDescriptor left(openOrThrow(a, O_RDONLY));
     const FileDescriptor right(openOrThrow(b, O_RDONLY));
@@ -231,7 +234,7 @@ void compareFile(const std::string& a, const std::string& b, const CancellationF
 
 void verify(const std::string& source, const std::string& copy, const CancellationFlag& cancellation)
 {
-    if (!FileIdentity::read(source).identity.isDirectory()) {
+    if (!platform::statPath(source).identity.isDirectory()) {
         compareFile(source, copy, cancellation);
         return;
     }
@@ -288,7 +291,7 @@ BackupReceipt create(const std::vector<CleanupEntry>& entries, const std::string
                 if (PathText::contains(d, p))
                     refuse(kBackupInsideItems);
         cancellation.check();
-        e.validate(CleanupPolicy{CleanupPolicy::currentHome()});
+        e.validate(CleanupPolicy{platform::currentHome()});
     }
 
     std::int64_t needed = 0;
@@ -341,7 +344,7 @@ BackupReceipt create(const std::vector<CleanupEntry>& entries, const std::string
         report("Verifying " + name + "…");
         verify(e.node.path, copy, cancellation);
         // The original may have changed while it was copied.
-        e.validate(CleanupPolicy{CleanupPolicy::currentHome()});
+        e.validate(CleanupPolicy{platform::currentHome()});
         receipt.items.push_back({e.node.path, relative, e.node.logicalSize});
     }
     cancellation.check();

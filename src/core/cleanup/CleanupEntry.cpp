@@ -6,17 +6,14 @@
 #include <chrono>
 
 #include "model/Errors.h"
+#include "model/Identifiers.h"
 #include "model/PathText.h"
+#include "platform/FileFacts.h"
 #include "platform/RunningPrograms.h"
+#include "platform/UserFolders.h"
 #include "scan/DiskScanner.h"
 
 namespace tarnbridge {
-
-double now()
-{
-    using namespace std::chrono;
-    return duration<double>(system_clock::now().time_since_epoch()).count();
-}
 
 namespace {
 
@@ -90,12 +87,12 @@ void CleanupEntry::validate(const CleanupPolicy& policy) const
     const std::string& path = node.path;
     if (auto refusal = policy.rejection(path))
         refuse(*refusal);
-    const FileStat now = FileIdentity::read(path);
+    const FileStat now = platform::statPath(path);
     if (now.identity != node.identity)
         refuse(named(path) + " changed since the scan. Rescan and stage it again.");
 
     for (const auto& [copy, expected] : retainedCopies) {
-        const FileStat current = FileIdentity::read(copy); // a vanished copy: the system's text
+        const FileStat current = platform::statPath(copy); // a vanished copy: the system's text
         if (current.identity != expected)
             refuse(kRetainedCopyChanged);
     }
@@ -231,7 +228,7 @@ CleanupBatch CleanupBatch::prepare(const std::vector<std::string>& paths, const 
             const auto node = scan.node(path);
             if (!node)
                 refuse(kNoLongerInScan);
-            const CleanupPolicy policy{CleanupPolicy::currentHome()};
+            const CleanupPolicy policy{platform::currentHome()};
             batch.entries.push_back(CleanupEntry::stage(*node, scan, reason, policy));
         } catch (const CancellationError&) {
             throw;

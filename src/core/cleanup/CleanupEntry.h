@@ -51,9 +51,6 @@ struct CleanupBatch {
                                 const std::string& reason, const CancellationFlag& cancellation);
 };
 
-// The current time as seconds since the Unix epoch.
-double now();
-
 inline constexpr const char* kLinksCannotBeStaged = "Links and cloud placeholders cannot be staged.";
 inline constexpr const char* kNotFullyScanned =
     "This item was not fully scanned. Resolve access errors and scan again before cleanup.";

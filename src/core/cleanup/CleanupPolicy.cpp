@@ -12,6 +12,7 @@
 #include "model/PathText.h"
 #include "model/ScanPaths.h"
 #include "model/TextEncoding.h"
+#include "platform/FileFacts.h"
 #include "platform/FileIO.h"
 #include "platform/RunningPrograms.h"
 
@@ -96,12 +97,6 @@ bool CleanupPolicy::isProtectedSystemApp(const std::string& folder)
         return false;
     const auto identifier = bundleIdentifier(folder);
     return identifier && identifier->rfind("com.apple.", 0) == 0;
-}
-
-std::string CleanupPolicy::currentHome()
-{
-    const char* home = std::getenv("HOME");
-    return platform::resolvedPath(home && *home ? home : "/");
 }
 
 std::vector<std::string> CleanupPolicy::protectedPaths() const
@@ -192,7 +187,7 @@ std::optional<std::string> CleanupPolicy::rejection(std::string_view path) const
 std::optional<std::string> CleanupPolicy::fileProtection(const std::string& path)
 {
     try {
-        const FileStat stat = FileIdentity::read(path);
+        const FileStat stat = platform::statPath(path);
         if (stat.systemProtected)
             return kRefusedSystemFlag;
         // Linux has no flag a user sets to lock a file, so the "locked" refusal never applies here.

@@ -20,9 +20,6 @@ struct CleanupPolicy {
     // those) are refused. A path that cannot be read is not refused here.
     static std::optional<std::string> fileProtection(const std::string& path);
 
-    // The home folder of this account, links resolved ($HOME first).
-    static std::string currentHome();
-
     // A folder named "….app" whose bundle identifier says it belongs to the other platform's
     // own system (a volume copied from a Mac).
     static bool isProtectedSystemApp(const std::string& folder);

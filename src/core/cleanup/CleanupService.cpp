@@ -6,19 +6,17 @@
 
 #include <algorithm>
 
+#include "model/Identifiers.h"
+#include "platform/FileFacts.h"
 #include "platform/Trash.h"
 #include "model/Errors.h"
 #include "model/PathText.h"
 #include "model/ScanPaths.h"
 #include "platform/AtomicFile.h"
 #include "platform/FileIO.h"
+#include "platform/UserFolders.h"
 
 namespace tarnbridge {
-
-std::string newIdentifier()
-{
-    return QUuid::createUuid().toString(QUuid::WithoutBraces).toUpper().toStdString();
-}
 
 void TrashReceipt::write(json::Writer& w) const
 {
@@ -79,7 +77,7 @@ CleanupOutcome moveToTrash(const std::vector<CleanupEntry>& entries, bool requir
     if (requireAllValid) {
         for (const CleanupEntry& e : clean) {
             try {
-                e.validate(CleanupPolicy{CleanupPolicy::currentHome()});
+                e.validate(CleanupPolicy{platform::currentHome()});
             } catch (const std::exception& error) {
                 outcome.errors[e.node.path] = describeError(error);
             }
@@ -100,7 +98,7 @@ CleanupOutcome moveToTrash(const std::vector<CleanupEntry>& entries, bool requir
         std::string trashPath;
         try {
             // The last check, right before this item's own move.
-            e.validate(CleanupPolicy{CleanupPolicy::currentHome()});
+            e.validate(CleanupPolicy{platform::currentHome()});
             trashPath = Trash::moveToTrash(path);
         } catch (const std::exception& error) {
             outcome.errors[path] = describeError(error);
@@ -120,7 +118,7 @@ void restore(const TrashReceipt& receipt)
     struct stat st {};
     if (::lstat(receipt.originalPath.c_str(), &st) == 0)
         throw TarnbridgeError(kRestoreOccupied);
-    const FileIdentity inTrash = FileIdentity::read(receipt.trashPath).identity;
+    const FileIdentity inTrash = platform::statPath(receipt.trashPath).identity;
     const FileIdentity& was = receipt.identity;
     // Moving into the Trash changes the change time, so only what a move keeps is compared.
     if (inTrash.device != was.device || inTrash.inode != was.inode || inTrash.size != was.size ||

@@ -42,9 +42,6 @@ bool hasRetainedCopyConflict(const std::vector<CleanupEntry>& entries);
 
 } // namespace CleanupService
 
-// A fresh UUID as uppercase text.
-std::string newIdentifier();
-
 inline constexpr const char* kConflictNothingMoved =
     "A duplicate copy marked to keep is also in Cleanup. Remove it or its containing folder first; no files were moved.";
 inline constexpr const char* kConflictThisItem =

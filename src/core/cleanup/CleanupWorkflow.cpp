@@ -2,6 +2,8 @@
 
 #include "model/Errors.h"
 #include "model/PathText.h"
+#include "platform/AtomicFile.h"
+#include "platform/UserFolders.h"
 
 namespace tarnbridge::CleanupWorkflow {
 
@@ -26,7 +28,7 @@ CleanupRunResult run(const std::vector<CleanupEntry>& entries, const std::option
             throw TarnbridgeError(kKeptDuplicateSelected);
         for (const CleanupEntry& e : clean) {
             cancellation.check();
-            e.validate(CleanupPolicy{CleanupPolicy::currentHome()});
+            e.validate(CleanupPolicy{platform::currentHome()});
         }
         if (backupParent)
             result.backup = CleanupBackup::create(clean, *backupParent, cancellation, [&](const std::string& text) {
@@ -51,6 +53,20 @@ CleanupRunResult run(const std::vector<CleanupEntry>& entries, const std::option
     report(CleanupPhase::movingToTrash, "Moving to Trash…");
     result.outcome = CleanupService::moveToTrash(clean, true);
     return result;
+}
+
+std::string snapshotFolder(const std::vector<std::string>& paths, const CleanupPolicy& policy)
+{
+    std::vector<std::string> movable;
+    for (const std::string& path : paths)
+        if (!policy.rejection(path))
+            movable.push_back(path);
+    const std::vector<std::string>& items = movable.empty() ? paths : movable;
+    std::string common = parentFolder(items.front());
+    for (const std::string& path : items)
+        while (common != "/" && !PathText::contains(parentFolder(path), common))
+            common = parentFolder(common);
+    return common;
 }
 
 } // namespace tarnbridge::CleanupWorkflow

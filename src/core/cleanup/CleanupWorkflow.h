@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "cleanup/CleanupBackup.h"
+#include "cleanup/CleanupPolicy.h"
 #include "cleanup/CleanupService.h"
 #include "snapshots/SnapshotStore.h"
 
@@ -36,6 +37,11 @@ using Progress = std::function<void(const CleanupProgress&)>;
 CleanupRunResult run(const std::vector<CleanupEntry>& entries, const std::optional<std::string>& backupParent,
                      const std::optional<ScanResult>& snapshot, const SnapshotStore& snapshotStore,
                      const CancellationFlag& cancellation, const Progress& progress = {});
+
+// The folder whose scan is saved as the snapshot of a cleanup of `paths` (absolute, not empty):
+// the deepest folder that holds every item the policy lets move. Refused items do not widen it,
+// or one item under /etc would make it the whole disk.
+std::string snapshotFolder(const std::vector<std::string>& paths, const CleanupPolicy& policy);
 
 } // namespace CleanupWorkflow
 

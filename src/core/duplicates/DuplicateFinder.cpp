@@ -19,7 +19,7 @@
 #include "model/PathText.h"
 #include "platform/FileFacts.h"
 #include "platform/FileIO.h"
-#include "platform/LargeMemory.h"
+#include "model/LargeMemory.h"
 
 namespace tarnbridge {
 
@@ -31,12 +31,12 @@ std::int64_t DuplicateGroup::reclaimable() const {
 }
 
 DuplicateFinder::ReadBuffers::~ReadBuffers() {
-    platform::freeLarge(block_, 2 * kReadBytes);
+    freeLarge(block_, 2 * kReadBytes);
 }
 
 char* DuplicateFinder::ReadBuffers::first() {
     if (!block_)
-        block_ = static_cast<char*>(platform::allocateLarge(2 * kReadBytes));
+        block_ = static_cast<char*>(allocateLarge(2 * kReadBytes));
     return block_;
 }
 
@@ -136,7 +136,7 @@ struct Candidate {
 DuplicateFinder::FileHandle
 DuplicateFinder::openVerified(const DiskNode& node,
                               const std::function<void()>& betweenCheckAndOpen) {
-    const FileStat stat = FileIdentity::read(node.path);
+    const FileStat stat = platform::statPath(node.path);
     // Linux has no content that lives elsewhere; the flag only comes from scans of other systems.
     if (stat.identity != node.identity || stat.cloudPlaceholder)
         throw TarnbridgeError(kFileChangedOrCloud + fileName(node));
@@ -185,7 +185,7 @@ std::string DuplicateFinder::digest(const DiskNode& node, const CancellationFlag
                 progress(total);
         }
     }
-    if (FileIdentity::read(node.path).identity != node.identity)
+    if (platform::statPath(node.path).identity != node.identity)
         throw TarnbridgeError(kFileChangedDuringComparison + fileName(node));
     return hash.hex();
 }
@@ -214,9 +214,9 @@ bool DuplicateFinder::equal(const DiskNode& first, const DiskNode& second,
             break;
         cancellation.check();
     }
-    if (FileIdentity::read(first.path).identity != first.identity)
+    if (platform::statPath(first.path).identity != first.identity)
         return false;
-    return FileIdentity::read(second.path).identity == second.identity;
+    return platform::statPath(second.path).identity == second.identity;
 }
 
 DuplicateReport DuplicateFinder::find(const ScanResult& scan, std::int64_t minimumSize,

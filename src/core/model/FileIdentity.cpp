@@ -2,8 +2,6 @@
 
 #include <sys/stat.h>
 
-#include "platform/FileFacts.h"
-
 namespace tarnbridge {
 
 std::string FileIdentity::key() const
@@ -14,7 +12,5 @@ std::string FileIdentity::key() const
 bool FileIdentity::isDirectory() const { return (mode & S_IFMT) == S_IFDIR; }
 bool FileIdentity::isSymbolicLink() const { return (mode & S_IFMT) == S_IFLNK; }
 bool FileIdentity::isRegularFile() const { return (mode & S_IFMT) == S_IFREG; }
-
-FileIdentity::Stat FileIdentity::read(const std::string& path) { return platform::statPath(path); }
 
 } // namespace tarnbridge

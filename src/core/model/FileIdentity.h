@@ -27,9 +27,8 @@ struct FileIdentity {
 
     bool operator==(const FileIdentity&) const = default;
 
+    // Everything taken from one stat call; platform::statPath reads it from disk.
     struct Stat;
-    // One lstat-like read of `path` (links are not followed). Throws std::system_error.
-    static Stat read(const std::string& path);
 };
 
 // Everything the product takes from one stat call of an entry.

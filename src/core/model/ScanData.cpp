@@ -97,7 +97,7 @@ NodeRecord NodeRecord::fromNode(const DiskNode& node)
 NameBuffer::~NameBuffer()
 {
     for (char* chunk : chunks_)
-        platform::freeLarge(chunk, kChunk);
+        freeLarge(chunk, kChunk);
 }
 
 std::uint32_t NameBuffer::append(std::string_view name)
@@ -111,7 +111,7 @@ std::uint32_t NameBuffer::append(std::string_view name)
             used_ += kChunk - within; // the rest of this chunk stays unused
         if (used_ > 0xFFFFFFFFu - kChunk)
             throw TarnbridgeError("This scan holds more names than Tarnbridge can keep in memory.");
-        chunks_.push_back(static_cast<char*>(platform::allocateLarge(kChunk, !chunks_.empty())));
+        chunks_.push_back(static_cast<char*>(allocateLarge(kChunk, !chunks_.empty())));
     }
     const std::uint32_t offset = used_;
     std::memcpy(chunks_[offset >> kShift] + (offset & (kChunk - 1)), name.data(), name.size());

@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "model/DiskNode.h"
-#include "platform/LargeMemory.h"
+#include "model/LargeMemory.h"
 
 namespace tarnbridge {
 
@@ -96,7 +96,7 @@ public:
     ~ChunkedArray()
     {
         for (T* chunk : chunks_)
-            platform::freeLarge(chunk, chunkBytes);
+            freeLarge(chunk, chunkBytes);
     }
 
     std::size_t size() const { return size_; }
@@ -105,7 +105,7 @@ public:
     T& push_back(const T& value)
     {
         if (size_ == chunks_.size() * perChunk)
-            chunks_.push_back(static_cast<T*>(platform::allocateLarge(chunkBytes, !chunks_.empty())));
+            chunks_.push_back(static_cast<T*>(allocateLarge(chunkBytes, !chunks_.empty())));
         T* slot = std::construct_at(&(*this)[size_], value);
         ++size_;
         return *slot;

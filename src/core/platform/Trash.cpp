@@ -12,11 +12,11 @@
 #include <fstream>
 #include <sstream>
 
-#include "cleanup/CleanupPolicy.h"
 #include "model/Errors.h"
 #include "model/Formatting.h"
 #include "model/PathText.h"
 #include "model/TextEncoding.h"
+#include "platform/UserFolders.h"
 #include "platform/AtomicFile.h"
 #include "platform/FileIO.h"
 
@@ -114,10 +114,7 @@ void forgetDirectorySize(const std::string& trash, const std::string& name)
 
 std::string homeTrash()
 {
-    const char* dataHome = std::getenv("XDG_DATA_HOME");
-    if (dataHome && *dataHome == '/')
-        return PathText::join(dataHome, "Trash");
-    return PathText::join(CleanupPolicy::currentHome(), ".local/share/Trash");
+    return PathText::join(platform::dataHome(), "Trash");
 }
 
 TrashFolder trashFor(const std::string& path)

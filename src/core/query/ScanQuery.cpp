@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "model/Identifiers.h"
 #include "model/PathText.h"
 
 namespace tarnbridge {

@@ -166,7 +166,7 @@ void Walk::prepareRoot(const std::string& requestedRoot)
     std::string rootPath(resolved);
     std::free(resolved);
 
-    const FileStat stat = FileIdentity::read(rootPath);
+    const FileStat stat = platform::statPath(rootPath);
     if (!stat.identity.isDirectory())
         throw TarnbridgeError(kNotAFolder);
     if (::faccessat(AT_FDCWD, rootPath.c_str(), R_OK | X_OK, AT_EACCESS) != 0)

@@ -10,9 +10,8 @@
 #include <filesystem>
 #include <unordered_map>
 
-#include "cleanup/CleanupEntry.h"
-#include "cleanup/CleanupService.h"
 #include "model/Errors.h"
+#include "model/Identifiers.h"
 #include "model/PathText.h"
 #include "platform/AtomicFile.h"
 #include "platform/FileIO.h"
@@ -160,23 +159,49 @@ std::vector<SnapshotChange> SnapshotStore::compare(const ScanResult& older, cons
         const std::int64_t after = size(n[id]);
         const auto hit = before.find(path);
         if (hit == before.end()) {
-            changes.push_back({std::move(path), 0, after, "Added"});
+            changes.push_back({std::move(path), 0, after, SnapshotChangeStatus::added});
             continue;
         }
         if (hit->second != after)
-            changes.push_back({path, hit->second, after, "Changed"});
+            changes.push_back({path, hit->second, after, SnapshotChangeStatus::changed});
         before.erase(hit);
     }
     for (auto& [path, was] : before)
-        changes.push_back({path, was, 0, "Removed"});
+        changes.push_back({path, was, 0, SnapshotChangeStatus::removed});
     std::sort(changes.begin(), changes.end(), [](const SnapshotChange& a, const SnapshotChange& b) {
-        const auto da = a.after > a.before ? std::uint64_t(a.after - a.before) : std::uint64_t(a.before - a.after);
-        const auto db = b.after > b.before ? std::uint64_t(b.after - b.before) : std::uint64_t(b.before - b.after);
-        if (da != db)
-            return da > db;
+        if (a.magnitude() != b.magnitude())
+            return a.magnitude() > b.magnitude();
         return PathText::less(a.path, b.path);
     });
     return changes;
+}
+
+std::vector<const SnapshotChange*> SnapshotStore::visibleChanges(const std::vector<SnapshotChange>& changes,
+                                                                 std::int64_t minimumChange, ChangeLevel level,
+                                                                 const std::optional<std::string>& root)
+{
+    std::vector<const SnapshotChange*> out;
+    if (level == ChangeLevel::topLevelOnly && !root)
+        return out;
+    const std::uint64_t minimum = minimumChange > 0 ? std::uint64_t(minimumChange) : 0;
+    for (const SnapshotChange& change : changes) {
+        if (change.magnitude() < minimum)
+            continue;
+        if (level == ChangeLevel::topLevelOnly && parentFolder(change.path) != *root)
+            continue;
+        out.push_back(&change);
+    }
+    return out;
+}
+
+const char* statusText(SnapshotChangeStatus status)
+{
+    switch (status) {
+    case SnapshotChangeStatus::added: return "Added";
+    case SnapshotChangeStatus::removed: return "Removed";
+    case SnapshotChangeStatus::changed: break;
+    }
+    return "Changed";
 }
 
 } // namespace tarnbridge

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -31,13 +32,26 @@ struct SnapshotCatalog {
     std::vector<SnapshotCatalogIssue> issues;
 };
 
+enum class SnapshotChangeStatus { added, removed, changed };
+
+// "Added", "Removed" or "Changed".
+const char* statusText(SnapshotChangeStatus status);
+
 struct SnapshotChange {
     std::string path;
     std::int64_t before = 0;
     std::int64_t after = 0;
-    std::string status; // "Added", "Removed" or "Changed"
+    SnapshotChangeStatus status = SnapshotChangeStatus::changed;
+
+    // The size of the change, whichever way it went.
+    std::uint64_t magnitude() const
+    {
+        return after > before ? std::uint64_t(after - before) : std::uint64_t(before - after);
+    }
     bool operator==(const SnapshotChange&) const = default;
 };
+
+enum class ChangeLevel { everyLevel, topLevelOnly };
 
 // Saved scans in one folder: ID.json holds the scan, ID.meta the small record that lists it.
 // A damaged entry is reported, never hidden and never repaired.
@@ -54,6 +68,13 @@ public:
     // What grew, shrank, appeared or vanished between two scans of one root; largest change
     // first, ties by path.
     static std::vector<SnapshotChange> compare(const ScanResult& older, const ScanResult& newer, bool logical);
+
+    // The rows a change list shows, in their order: a change of at least `minimumChange`
+    // bytes and, for `topLevelOnly`, an item directly inside `root` (no row without a root).
+    // Pointers into `changes`, so that millions of rows are filtered without copies.
+    static std::vector<const SnapshotChange*> visibleChanges(const std::vector<SnapshotChange>& changes,
+                                                             std::int64_t minimumChange, ChangeLevel level,
+                                                             const std::optional<std::string>& root);
 
 private:
     std::string directory_;

@@ -11,7 +11,7 @@
 
 #include "model/Errors.h"
 #include "model/PathText.h"
-#include "platform/LargeMemory.h"
+#include "model/LargeMemory.h"
 #include "storage/JsonEscape.h"
 #include "storage/ScanJson.h"
 
@@ -591,8 +591,8 @@ ScanResult readFile(const std::string& path)
     struct Buffer {
         char* data;
         std::size_t capacity;
-        ~Buffer() { platform::freeLarge(data, capacity); }
-    } buffer{static_cast<char*>(platform::allocateLarge(capacity)), capacity};
+        ~Buffer() { freeLarge(data, capacity); }
+    } buffer{static_cast<char*>(allocateLarge(capacity)), capacity};
     std::size_t got = 0;
     while (got < size) {
         const ssize_t n = ::read(fd, buffer.data + got, size - got);

@@ -11,6 +11,7 @@
 
 #include "cleanup/CleanupEntry.h"
 #include "model/Errors.h"
+#include "platform/UserFolders.h"
 #include "scan/DiskScanner.h"
 #include "support/Checks.h"
 #include "support/TempTree.h"
@@ -25,7 +26,7 @@ using tarnbridge::test::TempTree;
 namespace {
 CleanupPolicy policy()
 {
-    return CleanupPolicy{CleanupPolicy::currentHome()};
+    return CleanupPolicy{platform::currentHome()};
 }
 
 void waitForNextTick()

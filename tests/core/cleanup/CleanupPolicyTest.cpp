@@ -5,6 +5,7 @@
 #include <fstream>
 
 #include "cleanup/CleanupPolicy.h"
+#include "platform/UserFolders.h"
 #include "support/TempTree.h"
 
 using namespace tarnbridge;
@@ -15,7 +16,7 @@ TEST(CleanupPolicy, EachRefusalInTheOrderOfItsChecks)
 {
     FakeHome fake;
     auto& tree = fake.tree();
-    const CleanupPolicy policy{CleanupPolicy::currentHome()};
+    const CleanupPolicy policy{platform::currentHome()};
     ASSERT_EQ(policy.home, fake.home());
     const std::string home = fake.home();
     tree.file("home/Documents/report.pdf", 10);

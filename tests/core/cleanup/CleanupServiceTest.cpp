@@ -10,6 +10,7 @@
 #include <thread>
 
 #include "cleanup/CleanupService.h"
+#include "model/Identifiers.h"
 #include "platform/Trash.h"
 #include "model/Errors.h"
 #include "model/PathText.h"

@@ -5,18 +5,18 @@
 #include <vector>
 
 #include "model/ScanData.h"
-#include "platform/LargeMemory.h"
+#include "model/LargeMemory.h"
 
 using namespace tarnbridge;
 
 TEST(LargeMemory, BlocksAreAlignedUsableAndReleased)
 {
-    for (std::size_t size : {std::size_t(1), platform::kHugePage - 1, platform::kHugePage, std::size_t(5) << 20}) {
-        auto* block = static_cast<unsigned char*>(platform::allocateLarge(size, size > 1));
-        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % platform::kHugePage, 0u);
+    for (std::size_t size : {std::size_t(1), kHugePage - 1, kHugePage, std::size_t(5) << 20}) {
+        auto* block = static_cast<unsigned char*>(allocateLarge(size, size > 1));
+        EXPECT_EQ(reinterpret_cast<std::uintptr_t>(block) % kHugePage, 0u);
         std::memset(block, 0xA5, size);
         EXPECT_EQ(block[size - 1], 0xA5);
-        platform::freeLarge(block, size);
+        freeLarge(block, size);
     }
     // Big vectors go through the global new; they must still behave like any vector.
     std::vector<std::uint64_t> big(1 << 20, 7);

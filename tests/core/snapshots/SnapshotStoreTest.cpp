@@ -116,9 +116,9 @@ TEST(SnapshotCompare, RowsForEveryDifferenceLargestFirst)
     // Root: 100 -> 70 (-30); gone -30; b -30; grew +30; shrank -30: all 30, by path.
     const std::vector<std::string> expected{"/r", "/r/b", "/r/b/shrank", "/r/gone", "/r/grew", "/r/new-empty"};
     EXPECT_EQ(paths, expected);
-    EXPECT_EQ(changes[3], (SnapshotChange{"/r/gone", 30, 0, "Removed"}));
-    EXPECT_EQ(changes[4], (SnapshotChange{"/r/grew", 10, 40, "Changed"}));
-    EXPECT_EQ(changes[5], (SnapshotChange{"/r/new-empty", 0, 0, "Added"}));
+    EXPECT_EQ(changes[3], (SnapshotChange{"/r/gone", 30, 0, SnapshotChangeStatus::removed}));
+    EXPECT_EQ(changes[4], (SnapshotChange{"/r/grew", 10, 40, SnapshotChangeStatus::changed}));
+    EXPECT_EQ(changes[5], (SnapshotChange{"/r/new-empty", 0, 0, SnapshotChangeStatus::added}));
 
     EXPECT_TRUE(SnapshotStore::compare(older, older, true).empty());
     // Logical sizes: allocated changed but logical did not.

@@ -6,7 +6,9 @@
 #include <fstream>
 
 #include "model/Errors.h"
-#include "storage/AppStorage.h"
+#include "model/Identifiers.h"
+#include "state/StateFiles.h"
+#include "state/AppStorage.h"
 #include "support/TempTree.h"
 
 using namespace tarnbridge;

@@ -1,46 +1,36 @@
 #pragma once
 
-#include <QVariantMap>
-
+#include <functional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "cleanup/CleanupBackup.h"
 #include "cleanup/CleanupService.h"
+#include "cleanup/CleanupWorkflow.h"
 #include "snapshots/SnapshotStore.h"
-
-class QSettings;
 
 namespace tarnbridge {
 
-// Where the product keeps its state, and how the state of its former name is carried over.
-namespace AppStorage {
-
-// The state folder: $TARNBRIDGE_STATE_DIR when it is an absolute path (tests and separate
-// installs), else resolve($XDG_DATA_HOME).
-std::string directory();
-
-// "Tarnbridge" in `dataFolder` if anything is there; else the former "Oarstitch" folder if it
-// is a folder (used where it lies, not copied); else "Tarnbridge", made at the first write.
-std::string resolve(const std::string& dataFolder);
-
-// The six preference keys, in their order.
-const std::vector<QString>& preferenceKeys();
-
-// Copies each key that `into` lacks and `legacy` has. A value already present is never
-// overwritten, whatever it is.
-void migratePreferences(QSettings& into, const QVariantMap& legacy);
-
-// The former product's preferences (~/.config/Oarstitch/Oarstitch.conf), empty without them.
-QVariantMap legacyPreferences();
-
-} // namespace AppStorage
-
+// The cleanup queue and its history; receipts and backups newest first.
 struct AppState {
     std::vector<CleanupEntry> queue;
     std::vector<TrashReceipt> receipts;
     std::vector<BackupReceipt> backups;
+
+    // Takes in what a cleanup run made: its backup and receipts go first, and every queue entry
+    // that moved leaves the queue, with the entries below a moved folder. Entries that failed,
+    // or moved without a receipt, stay.
+    void record(const CleanupRunResult& result);
 };
+
+// The state that keeps both what this program changed since it read `base` and what another
+// program saved since (`theirs`). Receipts and backups are told apart by id, queue entries by
+// path; an item that either side removed stays removed, and nothing either side added is lost.
+AppState mergedState(const AppState& base, const AppState& mine, const AppState& theirs);
+
+inline constexpr const char* kStateDamagedAdvice =
+    "Move the damaged file aside and try again; nothing was changed.";
 
 // The three JSON files of the state folder ("cleanup.json", "receipts.json", "backups.json")
 // and the snapshot folder beside them.
@@ -62,6 +52,19 @@ public:
     // Writes the three files, each atomically. Throws TarnbridgeError
     // "Could not save cleanup state: …" at the first failure.
     void save(const AppState& state) const;
+
+    // The saved state for a change: a damaged file throws TarnbridgeError (its load messages,
+    // then kStateDamagedAdvice), so that nothing it held is written over.
+    AppState loadIntact() const;
+
+    // Under the folder's lock: reads the saved state as loadIntact does, applies `change` and
+    // writes the result, which it returns.
+    AppState update(const std::function<void(AppState&)>& change) const;
+
+    // Under the folder's lock: writes `mine` merged with what was saved since `base` was read,
+    // and returns what it wrote. A file that cannot be read counts as empty and is written over,
+    // as the app's start has already said.
+    AppState saveMerged(const AppState& base, const AppState& mine) const;
 
     // Holds an exclusive lock on the state folder while a read-change-write runs, so that two
     // programs sharing the folder do not overwrite each other's changes.

@@ -1,87 +1,19 @@
-#include "storage/AppStorage.h"
-
-#include <QSettings>
+#include "state/StateFiles.h"
 
 #include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
+#include <unordered_set>
 
-#include "cleanup/CleanupPolicy.h"
 #include "model/Errors.h"
 #include "model/PathText.h"
 #include "platform/AtomicFile.h"
 #include "platform/FileIO.h"
 
 namespace tarnbridge {
-
-namespace AppStorage {
-
-namespace {
-
-std::string dataHome()
-{
-    const char* data = std::getenv("XDG_DATA_HOME");
-    if (data && *data == '/')
-        return data;
-    return PathText::join(CleanupPolicy::currentHome(), ".local/share");
-}
-
-} // namespace
-
-std::string resolve(const std::string& dataFolder)
-{
-    const std::string current = PathText::join(dataFolder, "Tarnbridge");
-    const std::string legacy = PathText::join(dataFolder, "Oarstitch");
-    struct stat st {};
-    if (::lstat(current.c_str(), &st) == 0)
-        return current;
-    if (::stat(legacy.c_str(), &st) == 0 && S_ISDIR(st.st_mode))
-        return legacy;
-    return current;
-}
-
-std::string directory()
-{
-    const char* redirect = std::getenv("TARNBRIDGE_STATE_DIR");
-    if (redirect && *redirect == '/')
-        return redirect;
-    return resolve(dataHome());
-}
-
-const std::vector<QString>& preferenceKeys()
-{
-    static const std::vector<QString> keys{"darkAppearance",      "colorTheme",       "recentFolders",
-                                           "backupBeforeCleanup", "snapshotsEnabled", "lastBackupParent"};
-    return keys;
-}
-
-void migratePreferences(QSettings& into, const QVariantMap& legacy)
-{
-    for (const QString& key : preferenceKeys())
-        if (!into.contains(key) && legacy.contains(key))
-            into.setValue(key, legacy.value(key));
-}
-
-QVariantMap legacyPreferences()
-{
-    const char* config = std::getenv("XDG_CONFIG_HOME");
-    const std::string folder =
-        config && *config == '/' ? std::string(config) : PathText::join(CleanupPolicy::currentHome(), ".config");
-    const std::string file = PathText::join(folder, "Oarstitch/Oarstitch.conf");
-    QVariantMap out;
-    if (!std::filesystem::exists(file))
-        return out;
-    QSettings legacy(QString::fromStdString(file), QSettings::IniFormat);
-    for (const QString& key : legacy.allKeys())
-        out.insert(key, legacy.value(key));
-    return out;
-}
-
-} // namespace AppStorage
 
 namespace {
 
@@ -204,6 +136,97 @@ StateFiles::Lock::~Lock()
 {
     if (fd_ >= 0)
         ::close(fd_);
+}
+
+AppState StateFiles::loadIntact() const
+{
+    Loaded loaded = load();
+    if (loaded.messages.empty())
+        return std::move(loaded.state);
+    std::string text;
+    for (const std::string& message : loaded.messages)
+        text += message + '\n';
+    throw TarnbridgeError(text + "Tarnbridge's saved state in " + directory_ + " could not be read. " +
+                          kStateDamagedAdvice);
+}
+
+AppState StateFiles::update(const std::function<void(AppState&)>& change) const
+{
+    const Lock lock(*this);
+    AppState state = loadIntact();
+    change(state);
+    save(state);
+    return state;
+}
+
+AppState StateFiles::saveMerged(const AppState& base, const AppState& mine) const
+{
+    const Lock lock(*this);
+    const AppState merged = mergedState(base, mine, load().state);
+    save(merged);
+    return merged;
+}
+
+namespace {
+
+const std::string& keyOf(const CleanupEntry& entry) { return entry.node.path; }
+template <class T>
+const std::string& keyOf(const T& item)
+{
+    return item.id;
+}
+
+// Theirs, without what this side removed since `base`, with what this side added: in this
+// side's order first (new receipts go to the front), then the rest of theirs in their order.
+template <class T>
+std::vector<T> merged(const std::vector<T>& base, const std::vector<T>& mine, const std::vector<T>& theirs)
+{
+    std::unordered_set<std::string> inBase, inMine, inTheirs;
+    for (const T& item : base)
+        inBase.insert(keyOf(item));
+    for (const T& item : mine)
+        inMine.insert(keyOf(item));
+    for (const T& item : theirs)
+        inTheirs.insert(keyOf(item));
+    std::vector<T> out;
+    std::unordered_set<std::string> taken;
+    for (const T& item : mine) {
+        const std::string& key = keyOf(item);
+        // Kept by this side: present in theirs, or added here since `base`.
+        if ((inTheirs.count(key) || !inBase.count(key)) && taken.insert(key).second)
+            out.push_back(item);
+    }
+    for (const T& item : theirs) {
+        const std::string& key = keyOf(item);
+        const bool removedHere = inBase.count(key) && !inMine.count(key);
+        if (!removedHere && taken.insert(key).second)
+            out.push_back(item);
+    }
+    return out;
+}
+
+} // namespace
+
+AppState mergedState(const AppState& base, const AppState& mine, const AppState& theirs)
+{
+    AppState out;
+    out.queue = merged(base.queue, mine.queue, theirs.queue);
+    out.receipts = merged(base.receipts, mine.receipts, theirs.receipts);
+    out.backups = merged(base.backups, mine.backups, theirs.backups);
+    return out;
+}
+
+void AppState::record(const CleanupRunResult& result)
+{
+    if (result.backup)
+        backups.insert(backups.begin(), *result.backup);
+    receipts.insert(receipts.begin(), result.outcome.receipts.begin(), result.outcome.receipts.end());
+    std::erase_if(queue, [&](const CleanupEntry& entry) {
+        for (const TrashReceipt& receipt : result.outcome.receipts)
+            if (PathText::contains(entry.node.path, receipt.originalPath))
+                return true;
+        return false;
+    });
 }
 
 } // namespace tarnbridge
