@@ -1,0 +1,59 @@
+#pragma once
+
+#include <QUuid>
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "monitor/SystemSampler.h"
+
+namespace tarnbridge::app {
+
+// The sidebar's sections, in their order.
+enum class AppSection { explore, duplicates, applications, monitor, snapshots, cleanup };
+// The storage views, in their order.
+enum class StorageView { treemap, folders, sunburst, flame, bubbles, mindMap, topSizes, ageMap, table };
+enum class ColorMode { folder, type, age };
+enum class AppTheme { paper, linen, sage, mist, slate };
+
+// The views a running scan can show: the charts and the folder list.
+bool showsDuringScan(StorageView view);
+
+// "Paper", "Linen", …: the name kept in the settings.
+const char* themeName(AppTheme theme);
+// An unknown name gives paper.
+AppTheme themeNamed(const QString& name);
+
+enum class ToastAction { cleanup };
+
+struct TarnbridgeToast {
+    QUuid id;
+    QString title;
+    QString detail;
+    std::optional<ToastAction> action;
+    QString actionTitle;
+};
+
+// What the folder panel is asked for.
+struct FolderRequest {
+    QString title;   // the window title; may be empty
+    QString prompt;  // the accept button
+    QString message; // the line above the list
+    QString startFolder;
+};
+
+// What the model takes from the desktop and the machine, so that tests can stand in for both.
+struct AppServices {
+    // The folder panel: the chosen folder, or nothing when the user cancels.
+    std::function<std::optional<std::string>(const FolderRequest&)> chooseFolder;
+    // Makes the monitor's source of readings; each call of the result is one reading, made on a
+    // worker thread, one at a time. A SystemSampler by default.
+    std::function<std::function<MonitorSample()>()> makeSampler;
+    // The local system-snapshot names of a volume (SystemSampler::timeMachineSnapshots by default).
+    std::function<std::vector<std::string>(const std::string&)> systemSnapshots;
+    // The user's home folder, links resolved (platform::currentHome() by default).
+    std::string home;
+};
+
+} // namespace tarnbridge::app

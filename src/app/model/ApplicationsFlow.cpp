@@ -1,0 +1,11 @@
+#include "app/model/ApplicationsFlow.h"
+
+#include "app/model/AppModel.h"
+
+namespace tarnbridge::app {
+
+ApplicationsFlow::ApplicationsFlow(AppModel& app) : QObject(&app), app_(app) {}
+
+void ApplicationsFlow::stopWork() {}
+
+} // namespace tarnbridge::app
