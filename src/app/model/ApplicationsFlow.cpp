@@ -6,6 +6,8 @@ namespace tarnbridge::app {
 
 ApplicationsFlow::ApplicationsFlow(AppModel& app) : QObject(&app), app_(app) {}
 
+void ApplicationsFlow::afterUninstall() {}
+
 void ApplicationsFlow::stopWork() {}
 
 } // namespace tarnbridge::app

@@ -11,6 +11,9 @@ class ApplicationsFlow : public QObject {
     Q_OBJECT
 public:
     explicit ApplicationsFlow(AppModel& app);
+    // After an uninstall moved an app: the report and the selection go, and the inventory is
+    // read again.
+    void afterUninstall();
     void stopWork();
 
 Q_SIGNALS:

@@ -16,6 +16,8 @@ void DuplicateSearch::resetForScan(bool thenFind) { setAfterScan(thenFind); }
 
 void DuplicateSearch::findDuplicates(const std::optional<std::string>&) {}
 
+void DuplicateSearch::clearReport() {}
+
 void DuplicateSearch::stopWork() {}
 
 } // namespace tarnbridge::app

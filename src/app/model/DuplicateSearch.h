@@ -21,6 +21,8 @@ public:
     // a search follows the scan.
     void resetForScan(bool thenFind);
     void findDuplicates(const std::optional<std::string>& scope);
+    // After a cleanup moved files, the report no longer matches the disk.
+    void clearReport();
     void stopWork();
 
 Q_SIGNALS:

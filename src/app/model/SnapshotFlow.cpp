@@ -12,6 +12,8 @@ void SnapshotFlow::clearComparison() {}
 
 void SnapshotFlow::readSnapshotCatalog() {}
 
+void SnapshotFlow::refreshSnapshots() {}
+
 void SnapshotFlow::stopWork() {}
 
 } // namespace tarnbridge::app

@@ -19,6 +19,8 @@ public:
     void clearComparison();
     // Reads the catalog of the store; throws when it cannot be read.
     void readSnapshotCatalog();
+    // The catalog again, its failure shown as an error (after a cleanup saved a snapshot).
+    void refreshSnapshots();
     void stopWork();
 
 Q_SIGNALS:
