@@ -13,6 +13,7 @@
 #include "app/model/SnapshotFlow.h"
 #include "model/Errors.h"
 #include "platform/UserFolders.h"
+#include "scan/DiskScanner.h"
 
 namespace tarnbridge::app {
 
@@ -28,6 +29,11 @@ AppServices completed(AppServices services)
             return std::function<MonitorSample()>([sampler] { return sampler->sample(); });
         };
     }
+    if (!services.scan)
+        services.scan = [](const std::string& root, const CancellationFlag& flag, ScanNavigation* navigation,
+                           const ScanProgressCallback& progress) {
+            return DiskScanner::scan(root, flag, navigation, progress);
+        };
     if (!services.systemSnapshots)
         services.systemSnapshots = [](const std::string& volume) { return SystemSampler::timeMachineSnapshots(volume); };
     return services;

@@ -6,7 +6,9 @@
 #include <optional>
 #include <string>
 
+#include "model/CancellationFlag.h"
 #include "monitor/SystemSampler.h"
+#include "scan/ScanProgress.h"
 
 namespace tarnbridge::app {
 
@@ -54,6 +56,11 @@ struct AppServices {
     std::function<std::vector<std::string>(const std::string&)> systemSnapshots;
     // The user's home folder, links resolved (platform::currentHome() by default).
     std::string home;
+    // Walks a tree on the scan's worker thread (DiskScanner::scan by default); tests wrap it
+    // to hold the worker at a point of their choosing.
+    std::function<ScanResult(const std::string& root, const CancellationFlag&, ScanNavigation*,
+                             const ScanProgressCallback&)>
+        scan;
 };
 
 } // namespace tarnbridge::app

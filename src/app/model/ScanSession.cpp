@@ -13,7 +13,6 @@
 #include "app/model/ActivityMonitor.h"
 #include "model/PathText.h"
 #include "model/ScanPaths.h"
-#include "scan/DiskScanner.h"
 
 namespace tarnbridge::app {
 
@@ -94,8 +93,8 @@ void ScanSession::startScan(const std::string& path, bool thenFindDuplicates)
     };
     BackgroundJob::run<Outcome>(
         app_.scanPool(), this, scanCancellation_,
-        [path, navigation = scanNavigation_, progress](const CancellationFlag& flag) {
-            ScanResult result = DiskScanner::scan(path, flag, navigation.get(), progress);
+        [path, navigation = scanNavigation_, progress, scan = app_.services().scan](const CancellationFlag& flag) {
+            ScanResult result = scan(path, flag, navigation.get(), progress);
             flag.check();
             ScanPresentation presentation = ScanPresentation::make(result, &flag);
             flag.check();

@@ -176,3 +176,16 @@ TEST(CleanupWorkflow, NothingStagedAndAScanWithoutRoot)
     EXPECT_EQ(r.snapshot->title, "Before cleanup — Scan");
     EXPECT_EQ(r.outcome.receipts.size(), 1u);
 }
+
+TEST(CleanupWorkflow, TheSnapshotFolderHoldsEveryMovableItemAndNoRefusedOne)
+{
+    FakeHome fake;
+    const CleanupPolicy policy{fake.home()};
+    const std::string h = fake.home();
+    EXPECT_EQ(CleanupWorkflow::snapshotFolder({h + "/work/a/x", h + "/work/a/y/z"}, policy), h + "/work/a");
+    EXPECT_EQ(CleanupWorkflow::snapshotFolder({h + "/work/a/x"}, policy), h + "/work/a");
+    EXPECT_EQ(CleanupWorkflow::snapshotFolder({h + "/work/ab", h + "/work/a/x"}, policy), h + "/work");
+    // An item under /etc would be refused anyway: it does not make the scan the whole disk.
+    EXPECT_EQ(CleanupWorkflow::snapshotFolder({h + "/work/a/x", "/etc/hosts"}, policy), h + "/work/a");
+    EXPECT_EQ(CleanupWorkflow::snapshotFolder({"/etc/hosts"}, policy), "/etc");
+}

@@ -133,3 +133,26 @@ TEST(SnapshotCompare, RowsForEveryDifferenceLargestFirst)
         EXPECT_STREQ(e.what(), kSnapshotDifferentRoots);
     }
 }
+
+TEST(SnapshotCompare, TheChangeListFiltersBySizeAndLevelWithoutCopying)
+{
+    const ScanResult older = fakeScan("/r", {{"big", 10}, {"b/small", 5}, {"b/big", 100}});
+    const ScanResult newer = fakeScan("/r", {{"big", 50}, {"b/small", 7}, {"b/big", 100}, {"created", 0}});
+    const auto changes = SnapshotStore::compare(older, newer, false);
+    auto shown = [&](std::int64_t minimum, ChangeLevel level, std::optional<std::string> root) {
+        std::vector<std::string> out;
+        for (const SnapshotChange* c : SnapshotStore::visibleChanges(changes, minimum, level, root)) {
+            EXPECT_GE(c, changes.data());
+            EXPECT_LT(c, changes.data() + changes.size());
+            out.push_back(c->path);
+        }
+        return out;
+    };
+    using V = std::vector<std::string>;
+    EXPECT_EQ(shown(0, ChangeLevel::everyLevel, "/r"), (V{"/r", "/r/big", "/r/b", "/r/b/small", "/r/created"}));
+    // At least the minimum, shrinking or growing alike.
+    EXPECT_EQ(shown(40, ChangeLevel::everyLevel, "/r"), (V{"/r", "/r/big"}));
+    EXPECT_EQ(shown(1, ChangeLevel::topLevelOnly, "/r"), (V{"/r/big", "/r/b"}));
+    EXPECT_EQ(shown(0, ChangeLevel::topLevelOnly, "/r"), (V{"/r/big", "/r/b", "/r/created"}));
+    EXPECT_TRUE(shown(0, ChangeLevel::topLevelOnly, std::nullopt).empty());
+}

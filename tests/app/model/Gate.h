@@ -1,0 +1,38 @@
+#pragma once
+
+#include <condition_variable>
+#include <mutex>
+
+namespace tarnbridge::test {
+
+// Holds a worker thread at a chosen point until the test lets it go, so that a race between
+// the worker and the GUI thread happens in the order the test needs, every time.
+class Gate {
+public:
+    void hold()
+    {
+        std::unique_lock lock(mutex_);
+        reached_ = true;
+        changed_.notify_all();
+        changed_.wait(lock, [this] { return open_; });
+    }
+    bool reached() const
+    {
+        std::lock_guard lock(mutex_);
+        return reached_;
+    }
+    void open()
+    {
+        std::lock_guard lock(mutex_);
+        open_ = true;
+        changed_.notify_all();
+    }
+
+private:
+    mutable std::mutex mutex_;
+    std::condition_variable changed_;
+    bool reached_ = false;
+    bool open_ = false;
+};
+
+} // namespace tarnbridge::test
