@@ -17,7 +17,7 @@
 #include <thread>
 #include <vector>
 
-#include "BenchRandom.h"
+#include "BenchScan.h"
 
 #include "query/AgeSummary.h"
 #include "query/ScanPresentation.h"
@@ -28,67 +28,7 @@ using Clock = std::chrono::steady_clock;
 
 namespace {
 
-using Random = BenchRandom;
-
-const char* const kWords[] = {"data", "cache", "photo", "report", "lib", "module", "index", "assets",
-                              "docs", "music", "notes", "draft", "image", "src", "test"};
-// Names the quick wins look for, given to about one folder in a hundred.
-const char* const kClutter[] = {"node_modules", "build", "Downloads", ".cache", "target", "__pycache__"};
-const char* const kExtensions[] = {".txt", ".jpg", ".png", ".so", ".h", ".cpp", ".py", ".json", ".mp4",
-                                   ".pdf", ".gz", ".log", "", ".mov", ".html"};
-
-// Breadth-first: each folder's children are appended together, as the arena wants.
-ScanResult syntheticScan(std::size_t entries)
-{
-    Random rng{42};
-    auto data = std::make_shared<ScanData>();
-    NodeRecord root;
-    root.flags = NodeRecord::directory;
-    root.mode = 040755;
-    data->addRoot("/bench", root);
-    std::vector<NodeId> folders{ScanData::rootId};
-    std::size_t next = 0;
-    const std::int64_t now = currentTime();
-    while (data->size() < entries) {
-        if (next == folders.size())
-            next = 0; // every folder has had its turn: give the oldest more children elsewhere
-        const NodeId folder = folders[next++];
-        if (folder != ScanData::rootId && (*data)[folder].childCount > 0)
-            continue;
-        const std::size_t count = std::min<std::size_t>(entries - data->size(), 2 + rng.next() % 30);
-        for (std::size_t i = 0; i < count; ++i) {
-            NodeRecord r;
-            const bool isFolder = rng.unit() < 0.15;
-            std::string name = kWords[rng.next() % 15];
-            if (isFolder && rng.next() % 100 == 0)
-                name = kClutter[rng.next() % 6];
-            name.push_back('-');
-            name.append(std::to_string(i));
-            if (isFolder) {
-                r.flags = NodeRecord::directory;
-                r.mode = 040755;
-            } else {
-                name += rng.next() % 1000 == 0 ? ".dmg" : kExtensions[rng.next() % 15];
-                r.flags = NodeRecord::regularFile;
-                r.mode = 0100644;
-                r.logicalSize = r.statSize = std::int64_t(std::exp(8.3 + 2.4 * (rng.unit() * 2 - 1) * 1.5));
-                r.allocatedSize = (r.logicalSize + 4095) / 4096 * 4096;
-                r.fileCount = 1;
-            }
-            r.modifiedSeconds = now - std::int64_t(rng.next() % (4 * 365 * 86400));
-            r.accessedSeconds = r.modifiedSeconds;
-            const NodeId id = data->append(folder, r, name);
-            if (isFolder)
-                folders.push_back(id);
-        }
-    }
-    for (std::size_t i = data->size(); i-- > 1;) {
-        const NodeRecord& r = (*data)[NodeId(i)];
-        data->at(r.parent).addTotals(r);
-    }
-    data->seal();
-    return ScanResult(std::move(data));
-}
+using tarnbridge::bench::syntheticScan;
 
 double secondsOf(const std::function<void()>& work, int repeats = 3)
 {

@@ -1,6 +1,7 @@
 #include "app/model/ExploreState.h"
 
 #include <algorithm>
+#include <thread>
 
 #include "app/model/AppModel.h"
 #include "app/model/ScanSession.h"
@@ -142,8 +143,7 @@ ExplorerQueryKey ExploreState::queryKey(const std::string& scope) const
     const ScanSession& session = app_.session();
     if (session.scan())
         key.scanID = session.scan()->id();
-    if (const auto focus = session.focus())
-        key.focus = focus->path;
+    key.focus = session.focusedPath();
     key.filter = queryFilter();
     key.scope = scope;
     return key;
@@ -222,13 +222,27 @@ std::vector<NodeId> ExploreState::currentChildIds() const
 std::vector<DiskNode> ExploreState::currentChildren() const
 {
     const auto& scan = app_.session().scan();
-    std::vector<DiskNode> out;
     if (!scan)
-        return out;
+        return {};
     const std::vector<NodeId> ids = currentChildIds();
-    out.reserve(ids.size());
-    for (NodeId id : ids)
-        out.push_back(scan->data().node(id));
+    const std::string folder = app_.session().focusedPath();
+    const ScanData& data = scan->data();
+    // Rows, not trees: a child folder's own children are not listed. A huge folder's rows are
+    // made by two threads, each filling its half of the list in place.
+    std::vector<DiskNode> out(ids.size());
+    auto fill = [&](std::size_t from, std::size_t to) {
+        for (std::size_t i = from; i < to; ++i)
+            out[i] = data.nodeWithoutChildren(ids[i], folder);
+    };
+    constexpr std::size_t kSplitAt = 20'000;
+    if (ids.size() < kSplitAt) {
+        fill(0, ids.size());
+        return out;
+    }
+    const std::size_t half = ids.size() / 2;
+    std::thread helper(fill, half, ids.size());
+    fill(0, half);
+    helper.join();
     return out;
 }
 
@@ -255,15 +269,15 @@ void ExploreState::refreshFolderTypes()
     folderTypeQuery_->cancel();
     const ScanSession& session = app_.session();
     const auto& scan = session.scan();
-    const auto focus = session.focus();
-    if (!scan || !focus)
+    const std::string focus = session.focusedPath();
+    if (!scan || focus.empty())
         return;
-    if (focus->path == scan->rootPath()) {
+    if (focus == scan->rootPath()) {
         folderTypes_ = rootFolderTypes_;
         Q_EMIT folderTypesChanged();
         return;
     }
-    const std::string key = scan->id().toString().toStdString() + focus->path;
+    const std::string key = scan->id().toString().toStdString() + focus;
     for (const auto& [cached, folders] : folderTypeCache_) {
         if (cached == key) {
             folderTypes_ = folders;
@@ -276,7 +290,7 @@ void ExploreState::refreshFolderTypes()
     // The key holds the scan's id and the focus, so a value that arrives for another scan or
     // folder is never taken.
     folderTypeQuery_->reset();
-    folderTypeQuery_->request(key, [scan = *scan, path = focus->path](const CancellationFlag& flag) {
+    folderTypeQuery_->request(key, [scan = *scan, path = focus](const CancellationFlag& flag) {
         TypeDistribution result = distribution(scan, path, &flag);
         flag.check(); // a cancelled distribution is empty, never a value
         return result;

@@ -72,7 +72,7 @@ void ScanSession::startScan(const std::string& path, bool thenFindDuplicates)
     const QUuid token = QUuid::createUuid();
     scanGeneration_ = token;
     scanning_ = true;
-    scanProgress_.reset();
+    setProgress(nullptr);
     scanRootName_ = rootName(path);
     ExploreState& explore = app_.explore();
     if (!showsDuringScan(explore.storageView()))
@@ -89,7 +89,8 @@ void ScanSession::startScan(const std::string& path, bool thenFindDuplicates)
     // The progress callback runs on the scanning thread; each record is applied on the GUI
     // thread only if this run is still the current one when it gets there.
     auto progress = [this, token](const ScanProgress& record) {
-        BackgroundJob::post(this, [this, token, record] { applyProgress(token, record); });
+        auto shared = std::make_shared<const ScanProgress>(record);
+        BackgroundJob::post(this, [this, token, shared]() mutable { applyProgress(token, std::move(shared)); });
     };
     BackgroundJob::run<Outcome>(
         app_.scanPool(), this, scanCancellation_,
@@ -98,6 +99,7 @@ void ScanSession::startScan(const std::string& path, bool thenFindDuplicates)
             flag.check();
             ScanPresentation presentation = ScanPresentation::make(result, &flag);
             flag.check();
+            result->pathRank(ScanData::rootId); // built here, so that no sort builds it on the GUI thread
             return Outcome{std::move(result), std::move(presentation)};
         },
         [this, token](JobOutcome<Outcome> outcome) {
@@ -108,11 +110,12 @@ void ScanSession::startScan(const std::string& path, bool thenFindDuplicates)
         });
 }
 
-void ScanSession::applyProgress(const QUuid& token, const ScanProgress& progress)
+void ScanSession::applyProgress(const QUuid& token, std::shared_ptr<const ScanProgress> record)
 {
     if (scanGeneration_ != token || !scanning_)
         return;
-    scanProgress_ = progress;
+    setProgress(std::move(record));
+    const ScanProgress& progress = *scanProgress_;
     if (progress.browsing && progress.browsing->rootPath != scanRootPath_) {
         // The root reached the scanner through realpath: carry the live history over.
         const std::string newRoot = progress.browsing->rootPath;
@@ -134,6 +137,15 @@ void ScanSession::applyProgress(const QUuid& token, const ScanProgress& progress
             liveFocusPath_ = folder;
     }
     Q_EMIT progressChanged();
+}
+
+void ScanSession::setProgress(std::shared_ptr<const ScanProgress> record)
+{
+    // A record holds a preview of up to a whole folder: the one it replaces is freed on a
+    // worker, not on the GUI thread.
+    if (scanProgress_)
+        app_.workPool().start([old = std::move(scanProgress_)] {});
+    scanProgress_ = std::move(record);
 }
 
 void ScanSession::finish(const QUuid& token, ScanResult result, ScanPresentation presentation)
@@ -159,7 +171,7 @@ void ScanSession::finish(const QUuid& token, ScanResult result, ScanPresentation
         Q_EMIT focusChanged();
     }
     scanning_ = false;
-    scanProgress_.reset();
+    setProgress(nullptr);
     Q_EMIT progressChanged();
     app_.preferences().addRecent(QString::fromStdString(root));
     Q_EMIT recentChanged();
@@ -181,7 +193,7 @@ void ScanSession::fail(const QUuid& token, const std::optional<std::string>& err
     if (scanGeneration_ != token)
         return;
     scanning_ = false;
-    scanProgress_.reset();
+    setProgress(nullptr);
     app_.duplicates().setAfterScan(false);
     Q_EMIT progressChanged();
     if (error)
@@ -195,7 +207,7 @@ void ScanSession::cancelScan()
     scanCancellation_->cancel();
     scanGeneration_ = QUuid::createUuid();
     scanning_ = false;
-    scanProgress_.reset();
+    setProgress(nullptr);
     app_.duplicates().setAfterScan(false);
     Q_EMIT progressChanged();
     app_.notices().setNotice(cancelledNotice());
@@ -376,10 +388,9 @@ void ScanSession::goUp()
             navigateLive(withoutLastComponent(displayedFolderPath()), true);
         return;
     }
-    const auto current = focus();
-    if (current && current->parent)
-        if (const auto parent = scan_->node(*current->parent))
-            focusOn(*parent);
+    const NodeId current = focusId();
+    if (current != kNoNode && current != ScanData::rootId)
+        focusOn(scan_->data().nodeWithoutChildren(scan_->data()[current].parent));
 }
 
 NodeId ScanSession::focusId() const
@@ -392,6 +403,12 @@ NodeId ScanSession::focusId() const
             return id;
     }
     return scan_->find(scan_->rootPath());
+}
+
+std::string ScanSession::focusedPath() const
+{
+    const NodeId id = focusId();
+    return id == kNoNode ? std::string() : scan_->data().path(id);
 }
 
 std::optional<DiskNode> ScanSession::focus() const
@@ -412,11 +429,8 @@ std::optional<DiskNode> ScanSession::selected() const
 std::vector<DiskNode> ScanSession::breadcrumbs() const
 {
     std::vector<DiskNode> out;
-    auto node = focus();
-    while (node) {
-        out.push_back(*node);
-        node = node->parent ? scan_->node(*node->parent) : std::nullopt;
-    }
+    for (NodeId id = focusId(); id != kNoNode; id = scan_->data()[id].parent)
+        out.push_back(scan_->data().nodeWithoutChildren(id));
     std::reverse(out.begin(), out.end());
     return out;
 }
@@ -439,16 +453,15 @@ std::string ScanSession::displayedFolderPath() const
 {
     if (scanning_)
         return liveFocusPath_ ? *liveFocusPath_ : scanRootPath_;
-    const auto node = focus();
-    return node ? node->path : std::string();
+    return focusedPath();
 }
 
 bool ScanSession::canGoUp() const
 {
     if (scanning_)
         return displayedFolderPath() != scanRootPath_;
-    const auto node = focus();
-    return node && node->parent.has_value();
+    const NodeId id = focusId();
+    return id != kNoNode && id != ScanData::rootId;
 }
 
 std::optional<VolumeInfo> ScanSession::volume() const

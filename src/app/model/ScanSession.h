@@ -31,7 +31,8 @@ public:
     const std::optional<std::string>& focusPath() const { return focusPath_; }
     const std::optional<std::string>& selection() const { return selection_; }
     bool scanning() const { return scanning_; }
-    const std::optional<ScanProgress>& scanProgress() const { return scanProgress_; }
+    // The last progress record of the running scan; none otherwise.
+    const std::shared_ptr<const ScanProgress>& scanProgress() const { return scanProgress_; }
     const QString& scanRootName() const { return scanRootName_; }
     const std::string& scanRootPath() const { return scanRootPath_; }
     const std::optional<std::string>& liveFocusPath() const { return liveFocusPath_; }
@@ -59,6 +60,8 @@ public:
     // The focus record: the one at focusPath, else the scan's root; none without a scan.
     std::optional<DiskNode> focus() const;
     NodeId focusId() const;
+    // The focus record's path, empty without a scan; makes no record.
+    std::string focusedPath() const;
     std::optional<DiskNode> selected() const;
     std::vector<DiskNode> breadcrumbs() const;
     std::vector<DiskNode> navigationBreadcrumbs() const;
@@ -75,7 +78,8 @@ Q_SIGNALS:
 
 private:
     struct Outcome;
-    void applyProgress(const QUuid& token, const ScanProgress& progress);
+    void applyProgress(const QUuid& token, std::shared_ptr<const ScanProgress> record);
+    void setProgress(std::shared_ptr<const ScanProgress> record);
     void finish(const QUuid& token, ScanResult result, ScanPresentation presentation);
     void fail(const QUuid& token, const std::optional<std::string>& error);
     void navigateLive(const std::string& path, bool recordHistory);
@@ -88,7 +92,7 @@ private:
     std::optional<std::string> focusPath_;
     std::optional<std::string> selection_;
     bool scanning_ = false;
-    std::optional<ScanProgress> scanProgress_;
+    std::shared_ptr<const ScanProgress> scanProgress_;
     QString scanRootName_;
     std::string scanRootPath_;
     std::optional<std::string> liveFocusPath_;

@@ -307,10 +307,21 @@ NodeId ScanData::find(std::string_view path) const
 DiskNode ScanData::nodeWithoutChildren(NodeId id) const
 {
     const NodeRecord& r = records_[id];
+    if (r.parent == kNoNode) {
+        DiskNode n = nodeWithoutChildren(id, {});
+        n.path = rootPath;
+        n.parent.reset();
+        return n;
+    }
+    return nodeWithoutChildren(id, path(r.parent));
+}
+
+DiskNode ScanData::nodeWithoutChildren(NodeId id, std::string_view parentPath) const
+{
+    const NodeRecord& r = records_[id];
     DiskNode n;
-    n.path = path(id);
-    if (r.parent != kNoNode)
-        n.parent = path(r.parent);
+    n.path = PathText::join(parentPath, name(id));
+    n.parent = std::string(parentPath);
     n.isDirectory = r.isDirectory();
     n.isSymbolicLink = r.isSymbolicLink();
     n.isCloudPlaceholder = r.isCloudPlaceholder();

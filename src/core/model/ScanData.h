@@ -186,6 +186,9 @@ public:
     DiskNode node(NodeId id) const;
     // The same without the children list (what previews and rows need).
     DiskNode nodeWithoutChildren(NodeId id) const;
+    // The same for a record below the root whose parent's path the caller has at hand: rows of
+    // one folder then make their paths without walking up the tree each time.
+    DiskNode nodeWithoutChildren(NodeId id, std::string_view parentPath) const;
 
     // Building, in walk order: the root first, then each folder's children together.
     NodeId addRoot(std::string rootPath, NodeRecord record);

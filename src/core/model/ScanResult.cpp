@@ -38,6 +38,21 @@ std::vector<NodeId> ScanResult::sortedChildren(NodeId folder, SizeMeasure measur
     std::vector<NodeId> ids(r.childCount);
     for (std::uint32_t i = 0; i < r.childCount; ++i)
         ids[i] = r.firstChild + i;
+    if (d.sealed()) {
+        // Path ranks make the tie an integer: one 128-bit key per child, the size inverted
+        // (largest first), then the path rank, then the id to read back. A folder of 100,000
+        // entries sorts in milliseconds instead of comparing names a million times.
+        __extension__ using Key = unsigned __int128;
+        std::vector<Key> keys(ids.size());
+        for (std::size_t i = 0; i < ids.size(); ++i) {
+            const auto bytes = std::uint64_t(std::max<std::int64_t>(d[ids[i]].bytes(measure), 0));
+            keys[i] = (Key(~bytes) << 64) | (Key(d.pathRank(ids[i])) << 32) | ids[i];
+        }
+        std::sort(keys.begin(), keys.end());
+        for (std::size_t i = 0; i < ids.size(); ++i)
+            ids[i] = NodeId(keys[i]);
+        return ids;
+    }
     // Siblings share their parent's path, so comparing names is comparing paths.
     std::stable_sort(ids.begin(), ids.end(), [&](NodeId a, NodeId b) {
         const auto ba = d[a].bytes(measure), bb = d[b].bytes(measure);
