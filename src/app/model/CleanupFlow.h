@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "app/model/BackgroundJob.h"
 #include "cleanup/CleanupWorkflow.h"
 #include "state/StateFiles.h"
 
@@ -44,6 +45,9 @@ public:
     void stage(const std::vector<DiskNode>& nodes, const std::optional<ScanResult>& source, const std::string& reason);
     void stagePaths(const std::vector<std::string>& paths, const std::string& reason);
     void cancelStaging();
+    // Entries made elsewhere (duplicates carrying their kept copy): tidied into the queue, saved
+    // and reported as staging is. Nothing happens while a cleanup or a staging runs.
+    void addToQueue(std::vector<CleanupEntry> entries);
     void removeFromQueue(const std::string& path);
     void removeAll();
     void restore(const TrashReceipt& receipt);
@@ -70,6 +74,16 @@ Q_SIGNALS:
     void progressChanged(); // cleanupProgress
 
 private:
+    struct Staged;
+    struct UnsavedRun;
+    void finishStaging(JobOutcome<Staged> outcome, const std::shared_ptr<CancellationFlag>& flag, const QUuid& scanId,
+                       const std::shared_ptr<const std::vector<CleanupEntry>>& previous);
+    void finishCleanup(const CleanupRunResult& result, const std::optional<QString>& uninstallName);
+    // The guards a confirmation passes: this review, nothing blocked, no other work running.
+    bool mayConfirm(const CleanupRequest& request) const;
+    std::shared_ptr<CancellationFlag> beginCleaning(const char* message);
+    void endCleaning();
+
     AppModel& app_;
     AppState state_;
     AppState saved_; // what the files held when this model last read or wrote them
@@ -79,6 +93,8 @@ private:
     std::optional<CleanupProgress> progress_;
     std::shared_ptr<CancellationFlag> cleanupCancellation_ = std::make_shared<CancellationFlag>();
     std::shared_ptr<CancellationFlag> stagingCancellation_ = std::make_shared<CancellationFlag>();
+    // The result of the run in flight, kept until the GUI thread has recorded it.
+    std::shared_ptr<UnsavedRun> unsavedRun_;
 };
 
 } // namespace tarnbridge::app
