@@ -44,7 +44,7 @@ void ActivityMonitor::readNext()
         return;
     const QUuid token = loopGeneration_;
     BackgroundJob::run<MonitorSample>(
-        app_.workPool(), this, cancellation_,
+        app_.monitorPool(), this, cancellation_,
         [reader = reader_](const CancellationFlag& flag) {
             flag.check();
             return reader();

@@ -48,6 +48,7 @@ AppModel::AppModel(SnapshotStore store, std::string stateDirectory, bool monitor
 {
     // A superseded scan may still be stopping while the next one starts.
     scanPool_.setMaxThreadCount(2);
+    monitorPool_.setMaxThreadCount(1);
     preferences_ = std::make_unique<Preferences>(settings, this);
     notices_ = std::make_unique<Notices>(*this);
     session_ = std::make_unique<ScanSession>(*this);
@@ -90,6 +91,7 @@ AppModel::~AppModel()
     monitor_->stopWork();
     scanPool_.waitForDone();
     workPool_.waitForDone();
+    monitorPool_.waitForDone();
 }
 
 bool AppModel::scanning() const { return session_->scanning(); }

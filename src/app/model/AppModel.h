@@ -72,6 +72,8 @@ public:
     // Scans run on a pool of their own, so that a scan never waits behind a query.
     QThreadPool& scanPool() { return scanPool_; }
     QThreadPool& workPool() { return workPool_; }
+    // One thread for the monitor's readings, so that long searches never delay them.
+    QThreadPool& monitorPool() { return monitorPool_; }
 
 Q_SIGNALS:
     void sectionChanged();
@@ -83,6 +85,7 @@ private:
     AppSection section_ = AppSection::explore;
     QThreadPool scanPool_;
     QThreadPool workPool_;
+    QThreadPool monitorPool_;
     std::unique_ptr<Preferences> preferences_;
     std::unique_ptr<Notices> notices_;
     std::unique_ptr<ScanSession> session_;

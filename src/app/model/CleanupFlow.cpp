@@ -63,6 +63,7 @@ bool samePaths(const std::vector<CleanupEntry>& a, const std::vector<CleanupEntr
 struct CleanupFlow::Staged {
     CleanupBatch batch;
     std::vector<CleanupEntry> queue;
+    std::string queueData; // `queue` encoded on the worker: a large queue costs the GUI thread nothing
 };
 
 // Filled by the worker, emptied by the GUI thread when it records the run. Whatever is still
@@ -162,6 +163,7 @@ void CleanupFlow::stagePaths(const std::vector<std::string>& paths, const std::s
             staged.batch = CleanupBatch::prepare(paths, scan, reason, cancellation);
             staged.queue = joined(*previous, staged.batch.entries);
             cancellation.check();
+            staged.queueData = encodeQueue(staged.queue);
             return staged;
         },
         [this, flag, scanId = scan.id(), previous](JobOutcome<Staged> outcome) {
@@ -186,10 +188,15 @@ void CleanupFlow::finishStaging(JobOutcome<Staged> outcome, const std::shared_pt
             notices.setNotice(QStringLiteral("Scan changed — stage these files again."));
         } else {
             Staged& staged = *outcome.value;
-            // A save merged in another program's queue meanwhile: add to that instead.
-            state_.queue = samePaths(state_.queue, *previous) ? std::move(staged.queue)
-                                                              : joined(state_.queue, staged.batch.entries);
-            persistState();
+            // A save merged in another program's queue meanwhile: add to that instead, and the
+            // bytes made on the worker no longer fit it.
+            if (samePaths(state_.queue, *previous)) {
+                state_.queue = std::move(staged.queue);
+                persistState(std::move(staged.queueData));
+            } else {
+                state_.queue = joined(state_.queue, staged.batch.entries);
+                persistState();
+            }
             notices.reportAddedToCleanup(staged.batch.entries, *previous);
             if (!staged.batch.errors.empty())
                 notices.setError(lines(staged.batch.errors));
@@ -458,11 +465,9 @@ std::vector<std::string> CleanupFlow::loadState()
 
 void CleanupFlow::persistState(const std::optional<std::string>& queueData)
 {
-    // The queue file must hold the queue merged with another program's changes, which only
-    // exists under the lock; ready-made bytes of this side's queue cannot stand in for it.
-    (void)queueData;
     try {
-        AppState written = StateFiles(app_.stateDirectory()).saveMerged(saved_, state_);
+        // The ready-made bytes are written only when the merge leaves this side's queue as it is.
+        AppState written = StateFiles(app_.stateDirectory()).saveMerged(saved_, state_, queueData);
         saved_ = written;
         state_ = std::move(written);
     } catch (const std::exception& error) {

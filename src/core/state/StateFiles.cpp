@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <unordered_set>
 
@@ -110,12 +111,17 @@ StateFiles::Loaded StateFiles::load() const
 
 void StateFiles::save(const AppState& state) const
 {
+    save(state, encodeQueue(state.queue));
+}
+
+void StateFiles::save(const AppState& state, const std::string& queueData) const
+{
     try {
         std::error_code error;
         std::filesystem::create_directories(directory_, error);
         if (error)
             throw systemError(error.value());
-        AtomicFile::write(PathText::join(directory_, "cleanup.json"), encodeQueue(state.queue));
+        AtomicFile::write(PathText::join(directory_, "cleanup.json"), queueData);
         AtomicFile::write(PathText::join(directory_, "receipts.json"), encodeReceipts(state.receipts));
         AtomicFile::write(PathText::join(directory_, "backups.json"), encodeBackups(state.backups));
     } catch (const std::exception& error) {
@@ -159,11 +165,20 @@ AppState StateFiles::update(const std::function<void(AppState&)>& change) const
     return state;
 }
 
-AppState StateFiles::saveMerged(const AppState& base, const AppState& mine) const
+AppState StateFiles::saveMerged(const AppState& base, const AppState& mine,
+                                const std::optional<std::string>& queueData) const
 {
     const Lock lock(*this);
     const AppState merged = mergedState(base, mine, load().state);
-    save(merged);
+    const bool queueAsMine = merged.queue.size() == mine.queue.size() &&
+                             std::equal(merged.queue.begin(), merged.queue.end(), mine.queue.begin(),
+                                        [](const CleanupEntry& a, const CleanupEntry& b) {
+                                            return a.node.path == b.node.path;
+                                        });
+    if (queueData && queueAsMine)
+        save(merged, *queueData);
+    else
+        save(merged);
     return merged;
 }
 

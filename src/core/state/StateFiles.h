@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -52,6 +53,7 @@ public:
     // Writes the three files, each atomically. Throws TarnbridgeError
     // "Could not save cleanup state: …" at the first failure.
     void save(const AppState& state) const;
+    void save(const AppState& state, const std::string& queueData) const;
 
     // The saved state for a change: a damaged file throws TarnbridgeError (its load messages,
     // then kStateDamagedAdvice), so that nothing it held is written over.
@@ -63,8 +65,10 @@ public:
 
     // Under the folder's lock: writes `mine` merged with what was saved since `base` was read,
     // and returns what it wrote. A file that cannot be read counts as empty and is written over,
-    // as the app's start has already said.
-    AppState saveMerged(const AppState& base, const AppState& mine) const;
+    // as the app's start has already said. `queueData`, this side's queue already encoded, is
+    // written as it is when the merge leaves that queue unchanged (the usual case).
+    AppState saveMerged(const AppState& base, const AppState& mine,
+                        const std::optional<std::string>& queueData = std::nullopt) const;
 
     // Holds an exclusive lock on the state folder while a read-change-write runs, so that two
     // programs sharing the folder do not overwrite each other's changes.

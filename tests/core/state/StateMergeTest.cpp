@@ -117,3 +117,23 @@ TEST(StateFiles, AChangeMergesWithWhatAnotherProgramSavedAndStopsAtADamagedFile)
     EXPECT_EQ(platform::readWholeFile(tree.path("state/receipts.json")), receiptsBefore);
     EXPECT_EQ(platform::readWholeFile(tree.path("state/backups.json")), "[{");
 }
+
+TEST(StateFiles, ReadyMadeQueueBytesAreWrittenOnlyWhenTheMergeKeepsThisSidesQueue)
+{
+    TempTree tree;
+    const StateFiles files(tree.path("state"));
+    AppState mine;
+    mine.queue = {entry("/h/a")};
+    // The bytes stand for "this side's queue, encoded elsewhere"; a marker shows which was written.
+    const std::string marker = "[]";
+    files.saveMerged({}, mine, marker);
+    EXPECT_EQ(platform::readWholeFile(tree.path("state/cleanup.json")), marker);
+
+    const AppState base = files.load().state;
+    files.update([](AppState& s) { s.queue.push_back(entry("/h/other")); }); // another program
+    AppState next = base;
+    next.queue.push_back(entry("/h/b"));
+    const AppState written = files.saveMerged(base, next, marker);
+    EXPECT_EQ(paths(written.queue), (std::vector<std::string>{"/h/b", "/h/other"}));
+    EXPECT_EQ(paths(files.load().state.queue), paths(written.queue));
+}
