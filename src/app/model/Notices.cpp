@@ -38,7 +38,7 @@ void Notices::showToast(const QString& title, const QString& detail, std::option
     toast_ = TarnbridgeToast{id, title, detail, action, actionTitle};
     Q_EMIT toastChanged();
     // A later toast has another id and keeps its own time.
-    QTimer::singleShot(kToastMs, this, [this, id] {
+    QTimer::singleShot(toastMs_, this, [this, id] {
         if (toast_ && toast_->id == id)
             clearToast();
     });

@@ -38,6 +38,8 @@ public:
     void reportAddedToCleanup(const std::vector<CleanupEntry>& entries, const std::vector<CleanupEntry>& previous);
 
     static constexpr int kToastMs = 8000;
+    // How long a toast of showToast stays (kToastMs); tests shorten it.
+    void setToastDuration(int ms) { toastMs_ = ms; }
 
 Q_SIGNALS:
     void noticeChanged();
@@ -49,6 +51,7 @@ private:
     std::optional<QString> notice_;
     std::optional<QString> error_;
     std::optional<TarnbridgeToast> toast_;
+    int toastMs_ = kToastMs;
 };
 
 } // namespace tarnbridge::app
