@@ -464,6 +464,17 @@ bool ScanSession::canGoUp() const
     return id != kNoNode && id != ScanData::rootId;
 }
 
+QString ScanSession::displayName(const DiskNode& node) const
+{
+    const auto home = ScanPaths::candidates(app_.services().home);
+    if (std::find(home.begin(), home.end(), node.path) != home.end())
+        return QStringLiteral("Home");
+    if (node.path == "/")
+        return QStringLiteral("System Disk");
+    const std::string_view name = node.name();
+    return QString::fromUtf8(name.data(), qsizetype(name.size()));
+}
+
 std::optional<VolumeInfo> ScanSession::volume() const
 {
     if (scan_)

@@ -69,6 +69,9 @@ public:
     std::string displayedFolderPath() const;
     bool canGoUp() const;
     std::optional<VolumeInfo> volume() const;
+    // A record's label in the sidebar and the status line: "Home" for the home folder in any
+    // spelling, "System Disk" for the root of the whole disk, else its name.
+    QString displayName(const DiskNode& node) const;
 
 Q_SIGNALS:
     void scanChanged();     // a result was installed, or marked historical

@@ -244,6 +244,12 @@ TEST(ScanSession, RootNamesAndTheFolderPanel)
     EXPECT_EQ(session.scanRootName(), QStringLiteral("Home"));
     ASSERT_TRUE(waitUntil([&] { return !session.scanning(); }));
 
+    EXPECT_EQ(session.displayName(*session.focus()), QStringLiteral("Home"));
+    DiskNode whole;
+    whole.path = "/";
+    EXPECT_EQ(session.displayName(whole), QStringLiteral("System Disk"));
+    EXPECT_EQ(session.displayName(*session.scan()->node(folder)), QStringLiteral("Pictures"));
+
     f.nextFolder = folder;
     session.chooseFolder(false, false); // open a folder of the current scan
     EXPECT_EQ(f.lastRequest->prompt, QStringLiteral("Open folder"));
