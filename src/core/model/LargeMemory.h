@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstddef>
+#include <memory>
+#include <vector>
 
 namespace tarnbridge {
 
@@ -14,5 +16,41 @@ void* allocateLarge(std::size_t bytes, bool hugePages = true);
 void freeLarge(void* block, std::size_t bytes) noexcept;
 
 inline constexpr std::size_t kHugePage = std::size_t(2) << 20;
+
+// An allocator for the big vectors of one job (a scan file being read): blocks of 2 MiB or
+// more come from allocateLarge, smaller ones from the ordinary heap. Handed to a container
+// explicitly, so that nothing else in the process is affected.
+template <class T>
+struct LargeAllocator {
+    using value_type = T;
+    LargeAllocator() = default;
+    template <class U>
+    LargeAllocator(const LargeAllocator<U>&) noexcept
+    {
+    }
+    T* allocate(std::size_t n)
+    {
+        const std::size_t bytes = n * sizeof(T);
+        if (bytes >= kHugePage)
+            return static_cast<T*>(allocateLarge(bytes));
+        return std::allocator<T>().allocate(n);
+    }
+    void deallocate(T* p, std::size_t n) noexcept
+    {
+        const std::size_t bytes = n * sizeof(T);
+        if (bytes >= kHugePage)
+            freeLarge(p, bytes);
+        else
+            std::allocator<T>().deallocate(p, n);
+    }
+    template <class U>
+    bool operator==(const LargeAllocator<U>&) const noexcept
+    {
+        return true;
+    }
+};
+
+template <class T>
+using LargeVector = std::vector<T, LargeAllocator<T>>;
 
 } // namespace tarnbridge

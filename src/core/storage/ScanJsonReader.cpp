@@ -104,7 +104,7 @@ private:
     }
     void grow()
     {
-        std::vector<std::uint32_t> bigger(slots_.empty() ? 4096 : slots_.size() * 2, 0);
+        LargeVector<std::uint32_t> bigger(slots_.empty() ? 4096 : slots_.size() * 2, 0);
         const std::size_t mask = bigger.size() - 1;
         for (std::uint32_t index = 0; index < paths_.size(); ++index) {
             std::size_t i = hashes_[index] & mask;
@@ -118,9 +118,10 @@ private:
     static constexpr std::size_t kChunk = 4 << 20;
     std::vector<std::unique_ptr<char[]>> chunks_;
     std::size_t used_ = kChunk;
-    std::vector<std::string_view> paths_;
-    std::vector<std::size_t> hashes_;
-    std::vector<std::uint32_t> slots_;
+    // The big tables of a reading grow to hundreds of megabytes: huge pages spare the faults.
+    LargeVector<std::string_view> paths_;
+    LargeVector<std::size_t> hashes_;
+    LargeVector<std::uint32_t> slots_;
 };
 
 struct Entry {
@@ -195,8 +196,8 @@ private:
     ScanResult assemble();
 
     PathTable paths_;
-    std::vector<Entry> entries_;
-    std::vector<std::uint32_t> childLists_;
+    LargeVector<Entry> entries_;
+    LargeVector<std::uint32_t> childLists_;
     std::string scratch_;
     std::string scratch2_;
 
