@@ -18,11 +18,19 @@ TEST(LargeMemory, BlocksAreAlignedUsableAndReleased)
         EXPECT_EQ(block[size - 1], 0xA5);
         freeLarge(block, size);
     }
-    // Big vectors go through the global new; they must still behave like any vector.
-    std::vector<std::uint64_t> big(1 << 20, 7);
+    // A vector handed the allocator crosses from the heap to huge pages and back as it grows
+    // and shrinks, keeping its contents; its big blocks are the aligned ones.
+    LargeVector<std::uint64_t> big(1000, 7);
     big.resize(3 << 20, 9);
+    EXPECT_EQ(reinterpret_cast<std::uintptr_t>(big.data()) % kHugePage, 0u);
     EXPECT_EQ(big.front(), 7u);
+    EXPECT_EQ(big[999], 7u);
     EXPECT_EQ(big.back(), 9u);
+    big.resize(10);
+    big.shrink_to_fit();
+    EXPECT_EQ(big.back(), 7u);
+    LargeVector<std::uint64_t> copy = big;
+    EXPECT_EQ(copy, big);
 }
 
 TEST(LargeMemory, ArenaSpansChunksWithoutMovingRecords)
