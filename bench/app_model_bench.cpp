@@ -91,7 +91,8 @@ int main(int argc, char** argv)
     QSettings settings(state.filePath(QStringLiteral("settings.ini")), QSettings::IniFormat);
 
     const ScanResult scan = bench::syntheticScan(entries, kBigFolder);
-    // What the scan's worker does before it hands a result over.
+    // What the scan's worker does before it hands a result over, and the path order that is
+    // made in the background once it is installed.
     const ScanPresentation presentation = ScanPresentation::make(scan);
     scan->pathRank(ScanData::rootId);
     std::printf("synthetic scan: %zu entries, one folder of %zu\n\n", scan.nodeCount(), kBigFolder);

@@ -99,7 +99,6 @@ void ScanSession::startScan(const std::string& path, bool thenFindDuplicates)
             flag.check();
             ScanPresentation presentation = ScanPresentation::make(result, &flag);
             flag.check();
-            result->pathRank(ScanData::rootId); // built here, so that no sort builds it on the GUI thread
             return Outcome{std::move(result), std::move(presentation)};
         },
         [this, token](JobOutcome<Outcome> outcome) {
@@ -260,6 +259,9 @@ void ScanSession::installScan(ScanResult scan, ScanPresentation presentation, co
     ExploreState& explore = app_.explore();
     explore.install(std::move(presentation));
     scan_ = std::move(scan);
+    // The path order makes every later sort's ties one integer compare; it is made in the
+    // background, and sorts use names until it is there.
+    app_.workPool().start([ranked = *scan_] { ranked->pathRank(ScanData::rootId); });
     focusPath_ = focus;
     selection_.reset();
     navigation_.reset(scan_->rootPath());

@@ -3,6 +3,7 @@
 #include <QUuid>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <cstring>
 #include <memory>
@@ -204,9 +205,14 @@ public:
     // compare instead of two built paths.
     std::uint32_t pathRank(NodeId id) const
     {
-        std::call_once(rankOnce_, [this] { buildPathRanks(); });
+        std::call_once(rankOnce_, [this] {
+            buildPathRanks();
+            ranksReady_.store(true, std::memory_order_release);
+        });
         return pathRanks_[id];
     }
+    // Whether the ranks are made already: a small sort should not pay for a whole scan's.
+    bool pathRanksReady() const { return ranksReady_.load(std::memory_order_acquire); }
 
     std::size_t memoryBytes() const;
 
@@ -223,6 +229,7 @@ private:
     mutable std::vector<NodeId> byName_;
     mutable std::once_flag rankOnce_;
     mutable std::vector<std::uint32_t> pathRanks_;
+    mutable std::atomic<bool> ranksReady_{false};
 };
 
 } // namespace tarnbridge

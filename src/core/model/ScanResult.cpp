@@ -38,7 +38,7 @@ std::vector<NodeId> ScanResult::sortedChildren(NodeId folder, SizeMeasure measur
     std::vector<NodeId> ids(r.childCount);
     for (std::uint32_t i = 0; i < r.childCount; ++i)
         ids[i] = r.firstChild + i;
-    if (d.sealed()) {
+    if (d.sealed() && d.pathRanksReady()) {
         // Path ranks make the tie an integer: one 128-bit key per child, the size inverted
         // (largest first), then the path rank, then the id to read back. A folder of 100,000
         // entries sorts in milliseconds instead of comparing names a million times.
