@@ -33,6 +33,24 @@ TEST(ScanResult, ChildrenBySizeThenPathAndMeasureCanReverseOrder)
     EXPECT_TRUE(scan.children("/r/a", SizeMeasure::logical).empty());
 }
 
+TEST(ScanResult, ChildrenSortTheSameWithAndWithoutPathRanks)
+{
+    // Ties in size, names that sort differently by bytes and by text order, and a name that
+    // is not UTF-8.
+    std::vector<tarnbridge::test::FakeEntry> entries;
+    const char* names[] = {"b", "a", "B", "é", "e\xcc\x81x", "z\xff", "a0", "a-", "ä", "10", "9"};
+    for (int i = 0; i < 11; ++i)
+        entries.push_back({names[i], i % 3 == 0 ? 100 : 50, 4096});
+    const ScanResult scan = fakeScan("/r", entries);
+    const NodeId root = ScanData::rootId;
+    ASSERT_FALSE(scan->pathRanksReady());
+    const auto byNames = scan.sortedChildren(root, SizeMeasure::logical);
+    scan->pathRank(root);
+    ASSERT_TRUE(scan->pathRanksReady());
+    EXPECT_EQ(scan.sortedChildren(root, SizeMeasure::logical), byNames);
+    EXPECT_EQ(scan.data()[byNames.front()].logicalSize, 100);
+}
+
 TEST(ScanResult, LookupIsExactKeyMatch)
 {
     std::vector<test::FakeEntry> many;
