@@ -1,0 +1,16 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "app/model/AppTypes.h"
+
+class QWidget;
+
+namespace tarnbridge::app {
+
+// The desktop's folder chooser for the model's folder requests; nothing when cancelled.
+std::optional<std::string> chooseFolderWithDialog(const FolderRequest& request,
+                                                  QWidget* parent = nullptr);
+
+} // namespace tarnbridge::app
