@@ -64,7 +64,10 @@ void MainMenus::buildFile(QMainWindow& window, std::function<void()> openSetting
         add(menu, QStringLiteral("Save Current Scan Snapshot"), QKeySequence(Qt::CTRL | Qt::Key_S),
             [this] { app_.snapshots().saveSnapshot(); });
     reviewCleanup = add(menu, QStringLiteral("Review Cleanup"), QKeySequence(Qt::CTRL | Qt::Key_K),
-                        [this] { app_.setSection(AppSection::cleanup); });
+                        [this] {
+                            app_.setSection(AppSection::cleanup);
+                            app_.cleanup().requestCleanup();
+                        });
     menu->addSeparator();
     settings = add(menu, QStringLiteral("Settings…"), QKeySequence(Qt::CTRL | Qt::Key_Comma),
                    std::move(openSettings));

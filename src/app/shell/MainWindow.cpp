@@ -14,10 +14,12 @@
 #include <QVBoxLayout>
 
 #include "app/model/AppModel.h"
+#include "app/model/CleanupFlow.h"
 #include "app/model/ExploreState.h"
 #include "app/model/Notices.h"
 #include "app/model/Preferences.h"
 #include "app/model/ScanSession.h"
+#include "app/screens/CleanupReviewDialog.h"
 #include "app/screens/ExploreScreen.h"
 #include "app/screens/PlaceholderScreen.h"
 #include "app/shell/Appearance.h"
@@ -106,6 +108,7 @@ MainWindow::MainWindow(AppModel& app, QSettings* settings, QWidget* parent)
         [this] { openSettings(); });
 
     connect(&app_, &AppModel::sectionChanged, this, &MainWindow::showSection);
+    connect(&app_.cleanup(), &CleanupFlow::changed, this, &MainWindow::showReview);
     connect(&app_.notices(), &Notices::errorChanged, this, &MainWindow::showError);
     connect(&app_.explore(), &ExploreState::displayChanged, this, &MainWindow::showIssues);
     connect(&app_.preferences(), &Preferences::changed, this,
@@ -126,6 +129,21 @@ QWidget* MainWindow::makeScreen(AppSection section) {
 
 QWidget* MainWindow::currentScreen() const {
     return screens_->currentWidget();
+}
+
+CleanupReviewDialog* MainWindow::reviewDialog() const {
+    return review_;
+}
+
+void MainWindow::showReview() {
+    const auto& request = app_.cleanup().cleanupRequest();
+    if (request && !review_) {
+        review_ = new CleanupReviewDialog(app_, *request, this);
+        review_->setAttribute(Qt::WA_DeleteOnClose);
+        review_->open();
+    } else if (!request && review_) {
+        review_->accept(); // confirmed or dropped by the model
+    }
 }
 
 void MainWindow::showSection() {

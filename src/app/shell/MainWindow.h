@@ -16,6 +16,7 @@ class QDialog;
 namespace tarnbridge::app {
 
 class AppModel;
+class CleanupReviewDialog;
 class Footer;
 class MainMenus;
 class SettingsDialog;
@@ -39,6 +40,8 @@ public:
     QMessageBox* errorBox() const { return errorBox_; }
     // The open "Scan access details", if any.
     QDialog* issuesDialog() const { return issues_; }
+    // The open cleanup review, if any.
+    CleanupReviewDialog* reviewDialog() const;
     // The settings form, opened once and raised when asked again.
     SettingsDialog& openSettings();
 
@@ -54,6 +57,8 @@ protected:
 private:
     QWidget* makeScreen(AppSection section);
     void showSection();
+    // Opens the review while the model has a request pending, and closes it when it has none.
+    void showReview();
     void showError();
     void showIssues();
     void placeToast();
@@ -72,6 +77,7 @@ private:
     QMessageBox* errorBox_ = nullptr;
     QDialog* issues_ = nullptr;
     QPointer<SettingsDialog> settingsDialog_; // gone once closed
+    QPointer<CleanupReviewDialog> review_;
 };
 
 } // namespace tarnbridge::app
