@@ -54,14 +54,11 @@ TopBar::TopBar(AppModel& app, QWidget* parent)
     sizeSwitch_->setToolButtonStyle(Qt::ToolButtonTextOnly);
     connect(sizeSwitch_, &QToolButton::toggled, this,
             [this](bool allocated) { app_.explore().setLogical(!allocated); });
-    labels_ = toggle(QStringLiteral("Draw labels on visualisations"), "insert-text");
-    connect(labels_, &QToolButton::toggled, this,
-            [this](bool on) { app_.explore().setShowLabels(on); });
+    // The labels switch lives in the exploration toolbar beside the chart it changes.
     inspector_ = toggle(QStringLiteral("Toggle inspector"), "sidebar-show-right");
     connect(inspector_, &QToolButton::toggled, this,
             [this](bool on) { app_.explore().setShowInspector(on); });
-    for (QWidget* w : {static_cast<QWidget*>(sizeSwitch_), static_cast<QWidget*>(labels_),
-                       static_cast<QWidget*>(inspector_)})
+    for (QWidget* w : {static_cast<QWidget*>(sizeSwitch_), static_cast<QWidget*>(inspector_)})
         layout->addWidget(w);
 
     theme_ = new QComboBox;
@@ -110,7 +107,7 @@ void TopBar::showSection() {
 
 void TopBar::showDisplay() {
     const auto& explore = app_.explore();
-    const QSignalBlocker a(sizeSwitch_), b(labels_), c(inspector_);
+    const QSignalBlocker a(sizeSwitch_), c(inspector_);
     sizeSwitch_->setChecked(!explore.logical());
     sizeSwitch_->setText(explore.logical() ? QStringLiteral("Logical size")
                                            : QStringLiteral("Size on disk"));
@@ -118,7 +115,6 @@ void TopBar::showDisplay() {
                                                 : QStringLiteral("Showing size on disk");
     sizeSwitch_->setAccessibleName(announced);
     sizeSwitch_->setToolTip(announced);
-    labels_->setChecked(explore.showLabels());
     inspector_->setChecked(explore.showInspector());
     if (filter_->text() != explore.filter())
         filter_->setText(explore.filter());

@@ -29,7 +29,6 @@ private:
     QWidget* toolbar_ = nullptr;
     QLineEdit* filter_ = nullptr;
     QToolButton* sizeSwitch_ = nullptr;
-    QToolButton* labels_ = nullptr;
     QToolButton* inspector_ = nullptr;
     QComboBox* theme_ = nullptr;
     QToolButton* dark_ = nullptr;
