@@ -325,6 +325,14 @@ void ScanSession::focusOn(const DiskNode& node)
     Q_EMIT focusChanged();
 }
 
+void ScanSession::select(const std::string& path)
+{
+    if (scanning_ || !scan_ || scan_->find(path) == kNoNode || selection_ == path)
+        return;
+    selection_ = path;
+    Q_EMIT focusChanged();
+}
+
 void ScanSession::navigateLive(const std::string& path, bool recordHistory)
 {
     std::optional<std::string> target;

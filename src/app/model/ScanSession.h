@@ -53,6 +53,8 @@ public:
 
     void browseLocation(const std::string& path);
     void focusOn(const DiskNode& node);
+    // Selects a record of the installed scan without opening it (a click in a chart).
+    void select(const std::string& path);
     void goUp();
     void goBack();
     void goForward();

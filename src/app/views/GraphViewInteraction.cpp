@@ -94,8 +94,7 @@ void GraphView::setHovered(int mark, std::optional<QPointF> point) {
     setAccessibleDescription(node ? tr("Highlighted item: ") + text(node->name()) : QString());
 }
 
-// Selecting a file selects it in the model too; a folder stays selected here only, since the
-// model's one way to select a folder also opens it.
+// A click selects, in the model too; opening is the double click's.
 void GraphView::select(int mark) {
     const auto node = recordOf(mark);
     if (!node)
@@ -103,8 +102,7 @@ void GraphView::select(int mark) {
     const QRect old = markArea(selectedMark());
     selectedPath_ = node->path;
     update(old.united(markArea(mark)));
-    if (!node->isDirectory && !app_.session().scanning())
-        app_.session().focusOn(*node);
+    app_.session().select(node->path);
     const auto name = scene_->marks[std::size_t(mark)].node.name();
     setAccessibleDescription(tr("Highlighted item: ") + text(name));
 }

@@ -216,6 +216,11 @@ TEST(ScanSession, MovingUpBackAndAroundStopsAtTheEdges)
     EXPECT_EQ(session.focus()->path, root);
     session.browseLocation(root + "/sub");
     EXPECT_EQ(session.breadcrumbs().size(), 2u);
+    session.select(root + "/sub");
+    EXPECT_EQ(session.selected()->path, root + "/sub");
+    EXPECT_EQ(session.focus()->path, root + "/sub");
+    session.select(root + "/nowhere"); // not in the scan: the selection stays
+    EXPECT_EQ(session.selection(), root + "/sub");
     session.focusOn(*session.scan()->node(file));
     EXPECT_EQ(session.selected()->path, file);
     EXPECT_EQ(session.focus()->path, root + "/sub"); // a file is selected, not focused
