@@ -204,6 +204,19 @@ TEST_F(GraphViewTest, HoverDrawsOverTheCachedPicture) {
     EXPECT_EQ(view->hoveredMark(), view->scene()->markAt(QPointF(still)));
 }
 
+TEST_F(GraphViewTest, EveryChartOpensAFolderOnDoubleClick) {
+    ScanSession& session = t.session();
+    for (StorageView chart : {StorageView::sunburst, StorageView::flame, StorageView::bubbles,
+                              StorageView::mindMap, StorageView::treemap}) {
+        t.app().explore().setStorageView(chart);
+        ASSERT_TRUE(sceneReady(*view)) << int(chart);
+        QTest::mouseDClick(view.get(), Qt::LeftButton, {}, pointOf(*view, t.big));
+        EXPECT_EQ(session.focusedPath(), t.big) << int(chart);
+        session.goUp();
+        ASSERT_EQ(session.focusedPath(), t.root);
+    }
+}
+
 TEST_F(GraphViewTest, SwitchesAmongChartsAndColourModesWithRecentScenesKept) {
     ExploreState& explore = t.app().explore();
     std::vector<QUuid> scenes;
