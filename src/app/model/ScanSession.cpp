@@ -359,25 +359,18 @@ void ScanSession::navigateLive(const std::string& path, bool recordHistory)
 
 void ScanSession::goBack()
 {
-    FolderNavigationHistory& history = scanning_ ? liveNavigation_ : navigation_;
-    const auto path = history.goBack();
-    if (!path)
-        return;
-    if (scanning_) {
-        navigateLive(*path, false);
-        return;
-    }
-    selection_.reset();
-    setFocusPath(*path);
-    app_.explore().setActiveQuickWin(std::nullopt);
-    app_.explore().setFilter(QString());
-    Q_EMIT focusChanged();
+    step(&FolderNavigationHistory::goBack);
 }
 
 void ScanSession::goForward()
 {
+    step(&FolderNavigationHistory::goForward);
+}
+
+void ScanSession::step(std::optional<std::string> (FolderNavigationHistory::*move)())
+{
     FolderNavigationHistory& history = scanning_ ? liveNavigation_ : navigation_;
-    const auto path = history.goForward();
+    const auto path = (history.*move)();
     if (!path)
         return;
     if (scanning_) {

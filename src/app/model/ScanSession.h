@@ -88,6 +88,8 @@ private:
     void finish(const QUuid& token, ScanResult result, ScanPresentation presentation);
     void fail(const QUuid& token, const std::optional<std::string>& error);
     void navigateLive(const std::string& path, bool recordHistory);
+    // Back or forward, in the live history while scanning.
+    void step(std::optional<std::string> (FolderNavigationHistory::*move)());
     void setFocusPath(std::optional<std::string> path);
     QString cancelledNotice() const;
     QString rootName(const std::string& path) const;
