@@ -5,12 +5,19 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <string_view>
 
 #include "model/CancellationFlag.h"
 #include "monitor/SystemSampler.h"
 #include "scan/ScanProgress.h"
 
 namespace tarnbridge::app {
+
+// A path or name for the screen: names are bytes, and a byte that is not UTF-8 shows as U+FFFD.
+inline QString displayText(std::string_view bytes)
+{
+    return QString::fromUtf8(bytes.data(), qsizetype(bytes.size()));
+}
 
 // The sidebar's sections, in their order.
 enum class AppSection { explore, duplicates, applications, monitor, snapshots, cleanup };

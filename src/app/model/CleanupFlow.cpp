@@ -24,16 +24,11 @@ namespace {
 const QString kNothingMoved = QStringLiteral("Nothing was moved to Trash.");
 const std::string kSaveFailed = "Could not save cleanup state: ";
 
-QString text(std::string_view value)
-{
-    return QString::fromUtf8(value.data(), qsizetype(value.size()));
-}
-
 QString lines(const std::vector<std::string>& items)
 {
     QString out;
     for (const std::string& item : items)
-        out += (out.isEmpty() ? QString() : QStringLiteral("\n")) + text(item);
+        out += (out.isEmpty() ? QString() : QStringLiteral("\n")) + displayText(item);
     return out;
 }
 
@@ -179,7 +174,7 @@ void CleanupFlow::finishStaging(JobOutcome<Staged> outcome, const std::shared_pt
     if (outcome.cancelled || flag->isCancelled()) {
         notices.setNotice(QStringLiteral("Staging cancelled."));
     } else if (outcome.error) {
-        notices.setError(text(*outcome.error));
+        notices.setError(displayText(*outcome.error));
     } else {
         // Entries prove themselves against the scan they came from; any other scan voids them.
         const auto& scan = app_.session().scan();
@@ -237,10 +232,10 @@ void CleanupFlow::restore(const TrashReceipt& receipt)
             CleanupService::restore(receipt);
             return true;
         },
-        [this, id = receipt.id, name = text(PathText::name(receipt.originalPath))](JobOutcome<bool> outcome) {
+        [this, id = receipt.id, name = displayText(PathText::name(receipt.originalPath))](JobOutcome<bool> outcome) {
             if (!outcome.value) {
                 if (outcome.error)
-                    app_.notices().setError(text(*outcome.error));
+                    app_.notices().setError(displayText(*outcome.error));
                 return;
             }
             std::erase_if(state_.receipts, [&](const TrashReceipt& r) { return r.id == id; });
@@ -265,7 +260,7 @@ void CleanupFlow::requestTrash(const DiskNode& node)
     try {
         entry = CleanupEntry::stage(node, *scan, "Move to Trash", currentPolicy());
     } catch (const std::exception& error) {
-        app_.notices().setError(text(describeError(error)));
+        app_.notices().setError(displayText(describeError(error)));
         return;
     }
     // The copies the queue keeps must stay out of this move too.
@@ -314,7 +309,7 @@ void CleanupFlow::prepareCleanupReview(std::vector<CleanupEntry> entries, std::o
             if (outcome.value && !flag->isCancelled())
                 request_ = std::move(outcome.value);
             else if (outcome.error)
-                app_.notices().setError(text(*outcome.error));
+                app_.notices().setError(displayText(*outcome.error));
             endCleaning();
         });
 }
@@ -353,7 +348,7 @@ void CleanupFlow::confirmTrash(const CleanupRequest& request)
                                              preferences.lastBackupParent()});
     if (!folder)
         return;
-    preferences.setLastBackupParent(text(*folder));
+    preferences.setLastBackupParent(displayText(*folder));
     executeCleanup(confirmed, *folder);
 }
 
@@ -402,7 +397,7 @@ void CleanupFlow::executeCleanup(const CleanupRequest& request, const std::optio
             } else {
                 endCleaning();
                 if (outcome.error)
-                    app_.notices().setError(text(*outcome.error));
+                    app_.notices().setError(displayText(*outcome.error));
             }
         });
 }
@@ -437,7 +432,7 @@ void CleanupFlow::finishCleanup(const CleanupRunResult& result, const std::optio
     if (result.cancelled)
         notices.showToast(QStringLiteral("Cleanup cancelled"), kNothingMoved, std::nullopt, QStringLiteral("Cleanup now"));
     if (result.preparationError) {
-        notices.setError(text(*result.preparationError) + QStringLiteral("\n") + kNothingMoved);
+        notices.setError(displayText(*result.preparationError) + QStringLiteral("\n") + kNothingMoved);
     } else if (!outcome.errors.empty()) {
         std::vector<std::string> failures;
         for (const auto& [path, message] : outcome.errors)
@@ -475,7 +470,7 @@ void CleanupFlow::persistState(const std::optional<std::string>& queueData)
         std::string message = describeError(error);
         if (message.rfind(kSaveFailed, 0) != 0)
             message = kSaveFailed + message;
-        app_.notices().setError(text(message));
+        app_.notices().setError(displayText(message));
         return;
     }
     Q_EMIT changed();

@@ -17,15 +17,10 @@ namespace tarnbridge::app {
 
 namespace {
 
-QString text(std::string_view bytes)
-{
-    return QString::fromUtf8(bytes.data(), qsizetype(bytes.size()));
-}
-
 QString readingLine(const char* title, const DuplicateProgress& record)
 {
-    return QLatin1String(title) + text(record.fileName) + QStringLiteral(" · ") +
-           text(formattedBytes(record.bytesRead)) + QStringLiteral(" / ") + text(formattedBytes(record.fileSize));
+    return QLatin1String(title) + displayText(record.fileName) + QStringLiteral(" · ") +
+           displayText(formattedBytes(record.bytesRead)) + QStringLiteral(" / ") + displayText(formattedBytes(record.fileSize));
 }
 
 bool isWholeDisk(const std::string& root)

@@ -13,20 +13,13 @@
 #include "app/model/ActivityMonitor.h"
 #include "model/PathText.h"
 #include "model/ScanPaths.h"
+#include "platform/AtomicFile.h"
 
 namespace tarnbridge::app {
 
 namespace {
 
 const QString kNotInScan = QStringLiteral("This folder isn’t in the current scan — use Scan Whole Disk or Scan Folder….");
-
-std::string withoutLastComponent(const std::string& path)
-{
-    const auto slash = path.rfind('/');
-    if (slash == std::string::npos || slash == 0)
-        return "/";
-    return path.substr(0, slash);
-}
 
 } // namespace
 
@@ -48,7 +41,7 @@ QString ScanSession::rootName(const std::string& path) const
     const std::string_view name = PathText::name(path);
     if (name.empty() || name == "/")
         return QStringLiteral("System Disk");
-    return QString::fromUtf8(name.data(), qsizetype(name.size()));
+    return displayText(name);
 }
 
 QString ScanSession::cancelledNotice() const
@@ -388,7 +381,7 @@ void ScanSession::goUp()
 {
     if (scanning_) {
         if (canGoUp())
-            navigateLive(withoutLastComponent(displayedFolderPath()), true);
+            navigateLive(parentFolder(displayedFolderPath()), true);
         return;
     }
     const NodeId current = focusId();
@@ -475,7 +468,7 @@ QString ScanSession::displayName(const DiskNode& node) const
     if (node.path == "/")
         return QStringLiteral("System Disk");
     const std::string_view name = node.name();
-    return QString::fromUtf8(name.data(), qsizetype(name.size()));
+    return displayText(name);
 }
 
 std::optional<VolumeInfo> ScanSession::volume() const

@@ -27,7 +27,6 @@ struct OpenedScan {
     ScanPresentation presentation;
 };
 
-QString text(const std::string& value) { return QString::fromStdString(value); }
 
 } // namespace
 
@@ -60,7 +59,7 @@ void SnapshotFlow::launch(const QUuid& token, Work<T> work, Apply<T> apply)
             if (outcome.value)
                 apply(std::move(*outcome.value));
             else if (outcome.error)
-                fail(text(*outcome.error));
+                fail(displayText(*outcome.error));
             Q_EMIT changed();
         });
 }
@@ -128,7 +127,7 @@ void SnapshotFlow::refreshSnapshots()
     try {
         readSnapshotCatalog();
     } catch (const std::exception& error) {
-        fail(QStringLiteral("Saved scans: ") + text(describeError(error)));
+        fail(QStringLiteral("Saved scans: ") + displayText(describeError(error)));
     }
 }
 
@@ -149,7 +148,7 @@ void SnapshotFlow::saveSnapshot()
             try {
                 readSnapshotCatalog();
             } catch (const std::exception& error) {
-                fail(text(describeError(error)));
+                fail(displayText(describeError(error)));
                 return;
             }
             app_.notices().setNotice(QStringLiteral("Snapshot saved."));
@@ -160,14 +159,14 @@ void SnapshotFlow::compareSnapshot(const SnapshotRecord& record)
 {
     const std::optional<ScanResult>& current = app_.session().scan();
     if (!current) {
-        fail(QStringLiteral("Scan ") + text(record.rootPath) + QStringLiteral(" first, then compare."));
+        fail(QStringLiteral("Scan ") + displayText(record.rootPath) + QStringLiteral(" first, then compare."));
         return;
     }
     const auto token = beginSnapshot(QStringLiteral("Comparing snapshots…"));
     if (!token)
         return;
     const bool logical = app_.explore().logical();
-    QString title = text(record.title) + QStringLiteral(" → current scan");
+    QString title = displayText(record.title) + QStringLiteral(" → current scan");
     launch<Comparison>(
         *token,
         [record, scan = *current, logical](const SnapshotStore& store, const CancellationFlag&) {
@@ -188,7 +187,7 @@ void SnapshotFlow::compareSavedSnapshots(const SnapshotRecord& record)
         return;
     const bool logical = app_.explore().logical();
     const SnapshotRecord before = *beforeSnapshot_;
-    QString title = text(before.title) + QStringLiteral(" → ") + text(record.title);
+    QString title = displayText(before.title) + QStringLiteral(" → ") + displayText(record.title);
     launch<Comparison>(
         *token,
         [before, record, logical](const SnapshotStore& store, const CancellationFlag& flag) {
@@ -234,7 +233,7 @@ void SnapshotFlow::deleteSnapshot(const SnapshotRecord& record)
         readSnapshotCatalog();
         clearComparison();
     } catch (const std::exception& error) {
-        fail(text(describeError(error)));
+        fail(displayText(describeError(error)));
     }
 }
 

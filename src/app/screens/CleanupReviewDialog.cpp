@@ -17,8 +17,6 @@ namespace tarnbridge::app {
 
 namespace {
 
-QString shown(const std::string& text) { return QString::fromStdString(text); }
-
 QLabel* wrapped(const QString& text, QWidget* parent)
 {
     auto* label = new QLabel(text, parent);
@@ -51,7 +49,7 @@ CleanupReviewDialog::CleanupReviewDialog(AppModel& app, const CleanupRequest& re
     items->setAccessibleName(QStringLiteral("Items to move"));
     for (const CleanupEntry& entry : request.entries)
         items->addItem(QString::fromStdString(formattedBytes(entry.node.allocatedSize)) + QStringLiteral("  ") +
-                       shown(entry.node.path));
+                       displayText(entry.node.path));
     layout->addWidget(items, 1);
 
     blocked_ = !request.blocked.empty();
@@ -62,7 +60,7 @@ CleanupReviewDialog::CleanupReviewDialog(AppModel& app, const CleanupRequest& re
         auto* list = new QListWidget(this);
         list->setAccessibleName(QStringLiteral("Protected items"));
         for (const auto& [path, message] : request.blocked)
-            list->addItem(shown(path) + QStringLiteral(" — ") + shown(message));
+            list->addItem(displayText(path) + QStringLiteral(" — ") + displayText(message));
         layout->addWidget(list);
         layout->addWidget(wrapped(QStringLiteral("Remove these items from Cleanup to continue."), this));
     }

@@ -137,7 +137,7 @@ void ScanProgressView::showProgress() {
     files_->setText(ShellTexts::number(progress->files) + QStringLiteral(" files"));
     folders_->setText(ShellTexts::number(progress->folders) + QStringLiteral(" folders"));
     bytes_->setText(ShellTexts::bytes(progress->bytes));
-    path_->setText(path_->fontMetrics().elidedText(ShellTexts::text(progress->path),
+    path_->setText(path_->fontMetrics().elidedText(displayText(progress->path),
                                                    Qt::ElideMiddle, std::max(200, path_->width())));
     QStringList crumbs;
     for (const DiskNode& node : session.navigationBreadcrumbs())

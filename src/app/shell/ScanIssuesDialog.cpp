@@ -57,7 +57,7 @@ void ScanIssuesDialog::showIssues() {
     }
     for (const ScanIssue& issue : scan->issues())
         list_->addTopLevelItem(
-            new QTreeWidgetItem({ShellTexts::text(issue.path), ShellTexts::text(issue.message)}));
+            new QTreeWidgetItem({displayText(issue.path), displayText(issue.message)}));
     skipped_->setText(ShellTexts::number(scan->skippedCount()) +
                       (scan->skippedCount() == 1 ? QStringLiteral(" entry skipped")
                                                  : QStringLiteral(" entries skipped")));

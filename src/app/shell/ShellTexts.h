@@ -24,9 +24,6 @@ QString storageViewName(StorageView view);
 QString statusWord(const AppModel& app, bool inspectingApps);
 QString bytes(std::int64_t value);
 QString number(std::int64_t value);
-inline QString text(const std::string& value) {
-    return QString::fromStdString(value);
-}
 // The symbolic freedesktop icon `name` (else `alternative`, else `name` in full colour),
 // drawn in the palette's text colour.
 QIcon icon(const char* name, const char* alternative = nullptr);

@@ -189,11 +189,11 @@ QWidget* Sidebar::makeVolumes() {
     title->setAccessibleName(title->text());
     layout->addWidget(title);
     for (const VolumeInfo& volume : VolumeInfo::mounted()) {
-        const QString tip = ShellTexts::text(volume.path) + QStringLiteral(" — ") +
+        const QString tip = displayText(volume.path) + QStringLiteral(" — ") +
                             ShellTexts::bytes(volume.free) + QStringLiteral(" free of ") +
                             ShellTexts::bytes(volume.total);
         const std::string path = volume.path;
-        auto* button = entry(ShellTexts::text(volume.name),
+        auto* button = entry(displayText(volume.name),
                              ShellTexts::icon(volume.path == "/" ? "drive-harddisk-system"
                                                                  : "drive-removable-media"),
                              [this, path] { app_.session().startScan(path); });
@@ -274,7 +274,7 @@ void Sidebar::showDisk() {
         return;
     }
     diskMeter_->setValue(int(volume->fraction() * 1000));
-    diskLine_->setText(ShellTexts::text(volume->name) + QStringLiteral("\n") +
+    diskLine_->setText(displayText(volume->name) + QStringLiteral("\n") +
                        ShellTexts::bytes(volume->free) + QStringLiteral(" free of ") +
                        ShellTexts::bytes(volume->total));
 }

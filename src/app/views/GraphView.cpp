@@ -43,10 +43,6 @@ QString emptySymbol(StorageView view) {
     }
 }
 
-QString text(std::string_view value) {
-    return QString::fromUtf8(value.data(), qsizetype(value.size()));
-}
-
 } // namespace
 
 GraphView::GraphView(AppModel& app, QWidget* parent)
@@ -414,7 +410,7 @@ QRectF GraphView::hoverCardRect(int mark) const {
     const DiskNode& node = scene_->marks[std::size_t(mark)].node;
     const QString hint = tr("Click to inspect — double-click to open");
     const int textWidth =
-        std::max({metrics.horizontalAdvance(text(node.name())) + metrics.height() + 14,
+        std::max({metrics.horizontalAdvance(displayText(node.name())) + metrics.height() + 14,
                   metrics.horizontalAdvance(hint),
                   metrics.horizontalAdvance(QStringLiteral("000.0 GB · 100.0% of folder"))});
     const QSizeF size(std::min(textWidth + 24, 420), metrics.height() * 4 + 22);
@@ -438,8 +434,8 @@ void GraphView::paintHoverCard(QPainter& painter, int mark) {
     QIcon symbol;
     if (const ScanResult* scan = shownScan()) {
         if (const NodeId id = scan->find(node.path); id != kNoNode) {
-            kind = text(kindName(scan->data(), id));
-            symbol = QIcon::fromTheme(text(chartSymbol(scan->data(), id)));
+            kind = displayText(kindName(scan->data(), id));
+            symbol = QIcon::fromTheme(displayText(chartSymbol(scan->data(), id)));
         }
     }
     std::int64_t total = 0;
@@ -479,7 +475,7 @@ void GraphView::paintHoverCard(QPainter& painter, int mark) {
     }
     painter.drawText(
         title, Qt::AlignLeft | Qt::AlignVCenter,
-        QFontMetrics(bold).elidedText(text(node.name()), Qt::ElideMiddle, int(title.width())));
+        QFontMetrics(bold).elidedText(displayText(node.name()), Qt::ElideMiddle, int(title.width())));
     painter.setFont(font());
     QColor faded = theme.ink;
     faded.setAlphaF(0.7f);

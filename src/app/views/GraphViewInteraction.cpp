@@ -20,10 +20,6 @@ namespace tarnbridge::app {
 
 namespace {
 
-QString text(std::string_view value) {
-    return QString::fromUtf8(value.data(), qsizetype(value.size()));
-}
-
 } // namespace
 
 QMenu* GraphView::contextMenu() const {
@@ -91,7 +87,7 @@ void GraphView::setHovered(int mark, std::optional<QPointF> point) {
         update(dirty);
     const auto node =
         mark >= 0 ? std::optional<DiskNode>(scene_->marks[std::size_t(mark)].node) : std::nullopt;
-    setAccessibleDescription(node ? tr("Highlighted item: ") + text(node->name()) : QString());
+    setAccessibleDescription(node ? tr("Highlighted item: ") + displayText(node->name()) : QString());
 }
 
 // A click selects, in the model too; opening is the double click's.
@@ -104,7 +100,7 @@ void GraphView::select(int mark) {
     update(old.united(markArea(mark)));
     app_.session().select(node->path);
     const auto name = scene_->marks[std::size_t(mark)].node.name();
-    setAccessibleDescription(tr("Highlighted item: ") + text(name));
+    setAccessibleDescription(tr("Highlighted item: ") + displayText(name));
 }
 
 void GraphView::open(int mark) {
@@ -248,7 +244,7 @@ void GraphView::showMenu(int mark, const QPoint& globalPos) {
 
 void GraphView::addMenuActions(QMenu& menu, const DiskNode& node) {
     const QString path = QString::fromStdString(node.path);
-    menu.addAction(text(node.name()))->setEnabled(false);
+    menu.addAction(displayText(node.name()))->setEnabled(false);
     if (node.isDirectory)
         menu.addAction(tr("Open folder"), this, [this, node] { app_.session().focusOn(node); });
     menu.addAction(tr("Show in File Manager"), this,
