@@ -95,20 +95,8 @@ std::map<std::string, std::string> reasons(const std::vector<CleanupEntry>& entr
 
 // The real inventory, but with a flag of its own so that the held run ends with a report, and
 // with a record and a marked report sent after the gate opens: only the generation token can
-// keep them out. The worker shares the state, so a test that fails early leaves nothing
-// dangling, and the gate opens when the test ends.
-struct HeldInventory {
-    struct State {
-        Gate gate;
-        std::atomic<bool> sawCancel{false};
-        std::atomic<bool> done{false};
-    };
-    std::shared_ptr<State> state = std::make_shared<State>();
-
-    HeldInventory() = default;
-    HeldInventory(const HeldInventory&) = delete;
-    HeldInventory& operator=(const HeldInventory&) = delete;
-    ~HeldInventory() { state->gate.open(); }
+// keep them out.
+struct HeldInventory : tarnbridge::test::HeldWork {
 
     ApplicationsFlow::Inspector inspector(InventoryPlaces places) const
     {

@@ -86,20 +86,8 @@ const CleanupEntry* queued(const CleanupFlow& cleanup, const std::string& path)
 
 // The real finder, but with a flag of its own so that the held run ends with a report, and
 // with a record and a marked report sent after the gate opens: only the generation token can
-// keep them out. The worker shares the state, so a test that fails early leaves it nothing
-// dangling, and the gate opens when the test ends.
-struct HeldFinder {
-    struct State {
-        Gate gate;
-        std::atomic<bool> sawCancel{false};
-        std::atomic<bool> done{false};
-    };
-    std::shared_ptr<State> state = std::make_shared<State>();
-
-    HeldFinder() = default;
-    HeldFinder(const HeldFinder&) = delete;
-    HeldFinder& operator=(const HeldFinder&) = delete;
-    ~HeldFinder() { state->gate.open(); }
+// keep them out.
+struct HeldFinder : tarnbridge::test::HeldWork {
 
     DuplicateSearch::Finder finder() const
     {

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 
 namespace tarnbridge::test {
@@ -33,6 +35,23 @@ private:
     std::condition_variable changed_;
     bool reached_ = false;
     bool open_ = false;
+};
+
+// What a held worker shares with its test: the gate, whether its own flag was cancelled when
+// it went on, and whether it ended. Shared, so that a test that fails early leaves nothing
+// dangling; the gate opens when the holder goes.
+struct HeldWork {
+    struct State {
+        Gate gate;
+        std::atomic<bool> sawCancel{false};
+        std::atomic<bool> done{false};
+    };
+    std::shared_ptr<State> state = std::make_shared<State>();
+
+    HeldWork() = default;
+    HeldWork(const HeldWork&) = delete;
+    HeldWork& operator=(const HeldWork&) = delete;
+    ~HeldWork() { state->gate.open(); }
 };
 
 } // namespace tarnbridge::test
