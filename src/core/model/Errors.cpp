@@ -22,10 +22,23 @@ std::system_error systemError(int code)
     return std::system_error(code, plainSystemCategory);
 }
 
+std::system_error systemError(int code, const std::string& doing)
+{
+    if (code <= 0)
+        code = EIO;
+    return std::system_error(code, plainSystemCategory, doing);
+}
+
 std::string describeError(const std::exception& error)
 {
-    if (const auto* system = dynamic_cast<const std::system_error*>(&error))
-        return system->code().message();
+    if (const auto* system = dynamic_cast<const std::system_error*>(&error)) {
+        std::string text = system->what();
+        const std::string plain = system->code().message();
+        // With what it was doing in front, the text is a sentence of its own.
+        if (text != plain && !text.empty() && text.back() != '.')
+            text += '.';
+        return text;
+    }
     return error.what();
 }
 

@@ -20,6 +20,8 @@ public:
 
 // A failed system call, carrying errno; what() is the system's own text (strerror).
 std::system_error systemError(int code);
+// The same with what it was doing: "Could not save /a/b: No such file or directory."
+std::system_error systemError(int code, const std::string& doing);
 
 // The text a person sees for an exception: our sentence, or the system's description.
 std::string describeError(const std::exception& error);

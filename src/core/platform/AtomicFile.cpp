@@ -45,13 +45,13 @@ AtomicFile::AtomicFile(std::string destination, const std::string& temporaryName
         fd_ = ::open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600);
     }
     if (fd_ < 0)
-        throw systemError(errno);
+        throw systemError(errno, "Could not save " + destination_);
     // mkostemp makes 0600; a saved file gets the permissions any new file of the user gets.
     if (::fchmod(fd_, creationMode()) != 0) {
         const int error = errno;
         ::close(fd_);
         ::unlink(temporary_.c_str());
-        throw systemError(error);
+        throw systemError(error, "Could not save " + destination_);
     }
 }
 
@@ -70,14 +70,15 @@ void AtomicFile::write(std::string_view bytes)
 
 void AtomicFile::commit()
 {
+    const std::string doing = "Could not save " + destination_;
     if (::fsync(fd_) != 0)
-        throw systemError(errno);
+        throw systemError(errno, doing);
     const int closed = ::close(fd_);
     fd_ = -1;
     if (closed != 0)
-        throw systemError(errno);
+        throw systemError(errno, doing);
     if (::rename(temporary_.c_str(), destination_.c_str()) != 0)
-        throw systemError(errno);
+        throw systemError(errno, doing);
     committed_ = true;
 }
 
