@@ -21,6 +21,9 @@ int main(int argc, char** argv) {
     services.chooseFolder = [](const FolderRequest& request) {
         return chooseFolderWithDialog(request, QApplication::activeWindow());
     };
+    services.chooseFile = [](const FileRequest& request) {
+        return chooseFileWithDialog(request, QApplication::activeWindow());
+    };
     const auto model = AppStart::makeModel(*settings, std::move(services));
     MainWindow window(*model, settings.get());
     window.show();

@@ -7,6 +7,7 @@
 #include "app/model/CleanupFlow.h"
 #include "app/model/DuplicateSearch.h"
 #include "app/model/ExploreState.h"
+#include "app/model/ExportFlow.h"
 #include "app/model/Notices.h"
 #include "app/model/Preferences.h"
 #include "app/model/ScanSession.h"
@@ -58,6 +59,7 @@ AppModel::AppModel(SnapshotStore store, std::string stateDirectory, bool monitor
     applications_ = std::make_unique<ApplicationsFlow>(*this);
     snapshots_ = std::make_unique<SnapshotFlow>(*this);
     monitor_ = std::make_unique<ActivityMonitor>(*this);
+    exports_ = std::make_unique<ExportFlow>(*this);
 
     // A damaged file neither stops the start nor loses the rest: that part starts empty, and
     // each message names it.
@@ -89,6 +91,7 @@ AppModel::~AppModel()
     applications_->stopWork();
     snapshots_->stopWork();
     monitor_->stopWork();
+    exports_->stopWork();
     scanPool_.waitForDone();
     workPool_.waitForDone();
     monitorPool_.waitForDone();

@@ -20,6 +20,7 @@ class DuplicateSearch;
 class ApplicationsFlow;
 class SnapshotFlow;
 class ActivityMonitor;
+class ExportFlow;
 class Notices;
 class Preferences;
 
@@ -43,6 +44,7 @@ public:
     ApplicationsFlow& applications() { return *applications_; }
     SnapshotFlow& snapshots() { return *snapshots_; }
     ActivityMonitor& monitor() { return *monitor_; }
+    ExportFlow& exports() { return *exports_; }
     Notices& notices() { return *notices_; }
     Preferences& preferences() { return *preferences_; }
     const ScanSession& session() const { return *session_; }
@@ -95,6 +97,7 @@ private:
     std::unique_ptr<ApplicationsFlow> applications_;
     std::unique_ptr<SnapshotFlow> snapshots_;
     std::unique_ptr<ActivityMonitor> monitor_;
+    std::unique_ptr<ExportFlow> exports_;
 };
 
 } // namespace tarnbridge::app

@@ -52,10 +52,20 @@ struct FolderRequest {
     QString startFolder;
 };
 
+// What the file dialog is asked for: a file to save (`suggestedName` offered) or to open.
+struct FileRequest {
+    QString title;
+    QString suggestedName;
+    QString filter; // as Qt's dialogs take it: "CSV files (*.csv)"
+    bool save = true;
+};
+
 // What the model takes from the desktop and the machine, so that tests can stand in for both.
 struct AppServices {
     // The folder panel: the chosen folder, or nothing when the user cancels.
     std::function<std::optional<std::string>(const FolderRequest&)> chooseFolder;
+    // The file dialog: the chosen path, or nothing when the user cancels (or no dialog is set).
+    std::function<std::optional<std::string>(const FileRequest&)> chooseFile;
     // Makes the monitor's source of readings; each call of the result is one reading, made on a
     // worker thread, one at a time. A SystemSampler by default.
     std::function<std::function<MonitorSample()>()> makeSampler;

@@ -1,6 +1,7 @@
 #include "app/shell/FolderPanel.h"
 
 #include <QDir>
+#include <QFile>
 #include <QFileDialog>
 
 namespace tarnbridge::app {
@@ -15,7 +16,19 @@ std::optional<std::string> chooseFolderWithDialog(const FolderRequest& request, 
         dialog.setLabelText(QFileDialog::LookIn, request.message);
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
         return std::nullopt;
-    return dialog.selectedFiles().front().toStdString();
+    return QFile::encodeName(dialog.selectedFiles().front()).toStdString();
+}
+
+std::optional<std::string> chooseFileWithDialog(const FileRequest& request, QWidget* parent) {
+    QFileDialog dialog(parent, request.title, QDir::homePath(), request.filter);
+    dialog.setAcceptMode(request.save ? QFileDialog::AcceptSave : QFileDialog::AcceptOpen);
+    dialog.setFileMode(request.save ? QFileDialog::AnyFile : QFileDialog::ExistingFile);
+    if (!request.suggestedName.isEmpty())
+        dialog.selectFile(request.suggestedName);
+    if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())
+        return std::nullopt;
+    // Paths are bytes on Linux: keep a name that is not UTF-8 as it is on disk.
+    return QFile::encodeName(dialog.selectedFiles().front()).toStdString();
 }
 
 } // namespace tarnbridge::app

@@ -8,6 +8,7 @@
 #include "app/model/AppModel.h"
 #include "app/model/CleanupFlow.h"
 #include "app/model/ExploreState.h"
+#include "app/model/ExportFlow.h"
 #include "app/model/Preferences.h"
 #include "app/model/ScanSession.h"
 #include "app/model/SnapshotFlow.h"
@@ -30,6 +31,7 @@ MainMenus::MainMenus(AppModel& app, QMainWindow& window, std::function<void()> f
         connect(&session, signal, this, &MainMenus::updateEnabled);
     connect(&app_.cleanup(), &CleanupFlow::changed, this, &MainMenus::updateEnabled);
     connect(&app_.snapshots(), &SnapshotFlow::changed, this, &MainMenus::updateEnabled);
+    connect(&app_.exports(), &ExportFlow::changed, this, &MainMenus::updateEnabled);
     connect(&app_.explore(), &ExploreState::filtersChanged, this, &MainMenus::updateEnabled);
     connect(&app_.explore(), &ExploreState::displayChanged, this, &MainMenus::updateEnabled);
     connect(&app_, &AppModel::sectionChanged, this, &MainMenus::updateEnabled);
@@ -63,6 +65,8 @@ void MainMenus::buildFile(QMainWindow& window, std::function<void()> openSetting
     saveSnapshot =
         add(menu, QStringLiteral("Save Current Scan Snapshot"), QKeySequence(Qt::CTRL | Qt::Key_S),
             [this] { app_.snapshots().saveSnapshot(); });
+    exportScan = add(menu, QStringLiteral("Export Scan…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_E),
+                     [this] { app_.exports().exportScan(); });
     reviewCleanup = add(menu, QStringLiteral("Review Cleanup"), QKeySequence(Qt::CTRL | Qt::Key_K),
                         [this] {
                             app_.setSection(AppSection::cleanup);
@@ -82,7 +86,7 @@ void MainMenus::buildFile(QMainWindow& window, std::function<void()> openSetting
 void MainMenus::buildView(QMainWindow& window, std::function<void()> focusFilter) {
     QMenu* menu = window.menuBar()->addMenu(QStringLiteral("&View"));
     showHidden = add(menu, QStringLiteral("Show hidden files"),
-                     QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_H),
+                     QKeySequence(Qt::CTRL | Qt::Key_H),
                      [this] { app_.explore().setShowHidden(showHidden->isChecked()); });
     showHidden->setCheckable(true);
     findFilter =
@@ -105,8 +109,9 @@ void MainMenus::buildGo(QMainWindow& window) {
     parent = add(menu, QStringLiteral("Enclosing Folder"), QKeySequence(Qt::ALT | Qt::Key_Up),
                  [&session] { session.goUp(); });
     menu->addSeparator();
-    home = add(menu, QStringLiteral("Home"), QKeySequence(Qt::ALT | Qt::Key_Home),
+    home = add(menu, QStringLiteral("Home"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_H),
                [this] { app_.session().browseLocation(app_.services().home); });
+    home->setShortcuts({QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_H), QKeySequence(Qt::ALT | Qt::Key_Home)});
 }
 
 void MainMenus::buildStorage(QMainWindow& window) {
@@ -132,6 +137,7 @@ void MainMenus::updateEnabled() {
     cancelScan->setEnabled(scanning);
     saveSnapshot->setEnabled(hasScan && !scanning && !app_.snapshotBusy() &&
                              app_.preferences().snapshotsEnabled());
+    exportScan->setEnabled(app_.exports().canExport());
     reviewCleanup->setEnabled(!app_.cleanup().queue().empty() && !app_.cleaning());
     const auto& navigation = session.displayedNavigation();
     back->setEnabled(!navigation.back.empty());

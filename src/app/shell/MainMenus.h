@@ -28,6 +28,7 @@ public:
     QAction* rescan = nullptr;
     QAction* cancelScan = nullptr;
     QAction* saveSnapshot = nullptr;
+    QAction* exportScan = nullptr;
     QAction* reviewCleanup = nullptr;
     QAction* showHidden = nullptr;
     QAction* back = nullptr;

@@ -24,6 +24,8 @@ struct AppFixture {
                        QSettings::IniFormat};
     std::optional<std::string> nextFolder;       // what the folder panel answers; nothing = cancel
     std::optional<app::FolderRequest> lastRequest; // what it was last asked
+    std::optional<std::string> nextFile;           // what the file dialog answers; nothing = cancel
+    std::optional<app::FileRequest> lastFileRequest;
     std::unique_ptr<app::AppModel> model;
 
     explicit AppFixture(app::AppServices services = {}, bool make = true)
@@ -41,6 +43,11 @@ struct AppFixture {
             services.chooseFolder = [this](const app::FolderRequest& request) {
                 lastRequest = request;
                 return nextFolder;
+            };
+        if (!services.chooseFile)
+            services.chooseFile = [this](const app::FileRequest& request) {
+                lastFileRequest = request;
+                return nextFile;
             };
         model = std::make_unique<app::AppModel>(SnapshotStore(stateDirectory + "/Snapshots"), stateDirectory, false,
                                                 settings, services);

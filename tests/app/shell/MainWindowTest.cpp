@@ -236,7 +236,7 @@ TEST(MainWindowControls, TopBarAndMenusDriveTheModel) {
     EXPECT_EQ(size->accessibleName(), QStringLiteral("Showing logical size"));
 
     const bool hidden = explore.showHidden();
-    QTest::keyClick(f.window.get(), Qt::Key_H, Qt::ControlModifier | Qt::ShiftModifier);
+    QTest::keyClick(f.window.get(), Qt::Key_H, Qt::ControlModifier);
     EXPECT_EQ(explore.showHidden(), !hidden);
 
     QTest::keyClick(f.window.get(), Qt::Key_K, Qt::ControlModifier);
