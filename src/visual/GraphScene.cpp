@@ -394,6 +394,8 @@ private:
                 label = QRectF(x, y, labelWidth, 40);
             }
             add(child, ellipse(QRectF(at.x() - dot, at.y() - dot, 2 * dot, 2 * dot)), label, color, true);
+            // A label on the left of its dot ends next to it.
+            marks_.back().labelToRight = !label.isNull() && std::cos(mid) < 0;
             mindLevel(child, level + 1, at, angle, wedge);
             angle += wedge;
         }
@@ -445,7 +447,8 @@ bool placeLabels(GraphScene& scene, const QRectF& rect, bool logical, const Canc
         const double offset = twoLines ? 17 : 7;
         const double boxWidth = twoLines ? std::max(titleWidth, 46.0) : titleWidth;
         const double boxHeight = twoLines ? 31 : 14;
-        const QRectF box(area.left() + 5, area.center().y() - offset, boxWidth, boxHeight);
+        const double boxLeft = mark->labelToRight ? area.right() - 5 - boxWidth : area.left() + 5;
+        const QRectF box(boxLeft, area.center().y() - offset, boxWidth, boxHeight);
         QTransform turn;
         turn.translate(area.center().x(), area.center().y());
         turn.rotateRadians(mark->rotation);
@@ -467,6 +470,7 @@ bool placeLabels(GraphScene& scene, const QRectF& rect, bool logical, const Canc
         label.color = mark->textColor.value_or(scene.ink);
         label.rotation = mark->rotation;
         label.anchor = area.center();
+        label.align = mark->labelToRight ? Qt::AlignRight : Qt::AlignLeft;
         scene.labels.push_back(std::move(label));
     }
     return true;
@@ -564,13 +568,13 @@ void paintScene(QPainter& painter, const GraphScene& scene, bool showLabels)
             painter.translate(-label.anchor);
             painter.setPen(label.color);
             painter.setFont(ChartText::font(label.fontSize, true));
-            painter.drawText(label.titleRect, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine, label.title);
+            painter.drawText(label.titleRect, label.align | Qt::AlignVCenter | Qt::TextSingleLine, label.title);
             if (label.bytes) {
                 QColor faded = label.color;
                 faded.setAlphaF(float(0.65 * faded.alphaF()));
                 painter.setPen(faded);
                 painter.setFont(bytesFont);
-                painter.drawText(label.bytesRect, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine, *label.bytes);
+                painter.drawText(label.bytesRect, label.align | Qt::AlignVCenter | Qt::TextSingleLine, *label.bytes);
             }
             painter.restore();
         }

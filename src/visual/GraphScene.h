@@ -31,6 +31,7 @@ struct GraphMark {
     bool shortLabel = false;
     std::optional<QColor> textColor;
     double rotation = 0; // radians, about the centre of `label`
+    bool labelToRight = false; // the text ends at the right edge of `label` (a label left of its mark)
 };
 
 struct GraphLabel {
@@ -42,6 +43,7 @@ struct GraphLabel {
     QColor color;
     double rotation = 0;
     QPointF anchor;
+    Qt::Alignment align = Qt::AlignLeft;
 };
 
 struct GraphScene {

@@ -67,8 +67,9 @@ QRectF takenBox(const GraphLabel& label)
 {
     const bool twoLines = label.bytes.has_value();
     const double titleWidth = std::min(double(label.title.size()) * label.fontSize * 0.57, label.titleRect.width());
-    const QRectF box(label.titleRect.x(), label.titleRect.y(), twoLines ? std::max(titleWidth, 46.0) : titleWidth,
-                     twoLines ? 31 : 14);
+    const double width = twoLines ? std::max(titleWidth, 46.0) : titleWidth;
+    const double left = (label.align & Qt::AlignRight) ? label.titleRect.right() - width : label.titleRect.x();
+    const QRectF box(left, label.titleRect.y(), width, twoLines ? 31 : 14);
     QTransform turn;
     turn.translate(label.anchor.x(), label.anchor.y());
     turn.rotateRadians(label.rotation);
@@ -336,3 +337,36 @@ TEST(GraphScene, FlatChartsPaintTheSameAsTranslucentFills)
     }
     EXPECT_FALSE(inputFor(scan, StorageView::bubbles).build(QRectF(0, 0, 500, 400)).flatBackground);
 }
+
+namespace {
+
+// Labels left of their dot in the mind map end next to the dot; those on the right start there.
+TEST(MindMapLabels, HugTheirDotOnEitherSide)
+{
+    const ScanResult scan = wideTree(8, 2, 2);
+    const GraphScene scene = inputFor(scan, StorageView::mindMap).build(QRectF(0, 0, 1600, 1000));
+    int left = 0, right = 0;
+    for (const GraphLabel& label : scene.labels) {
+        const auto mark = std::find_if(scene.marks.begin(), scene.marks.end(), [&](const GraphMark& m) {
+            return !m.label.isNull() && m.label.center() == label.anchor;
+        });
+        ASSERT_NE(mark, scene.marks.end());
+        if (mark->node.path == scan.rootPath())
+            continue; // the centre names itself inside its disc
+        const QRectF dot = mark->path.boundingRect();
+        const QRectF text = takenBox(label);
+        if (label.align & Qt::AlignRight) {
+            ++left;
+            EXPECT_LT(text.right(), dot.left() + 1) << label.title.toStdString();
+            EXPECT_GT(text.right(), dot.left() - 16) << label.title.toStdString() << " stands apart from its dot";
+        } else {
+            ++right;
+            EXPECT_GT(text.left(), dot.right() - 1) << label.title.toStdString();
+            EXPECT_LT(text.left(), dot.right() + 16) << label.title.toStdString();
+        }
+    }
+    EXPECT_GT(left, 0);
+    EXPECT_GT(right, 0);
+}
+
+} // namespace

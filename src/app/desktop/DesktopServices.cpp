@@ -68,10 +68,15 @@ void preview(const QString& path) {
 }
 
 void copyPath(const QString& path) {
+    QApplication::clipboard()->setMimeData(fileData(path.toUtf8().toStdString()));
+}
+
+QMimeData* fileData(const std::string& path) {
     auto* data = new QMimeData;
-    data->setText(path);
-    data->setUrls({QUrl::fromLocalFile(path)});
-    QApplication::clipboard()->setMimeData(data);
+    data->setText(QString::fromUtf8(path.data(), qsizetype(path.size())));
+    // Percent-encoding the bytes keeps a name that is not UTF-8 exact in the URL.
+    data->setUrls({QUrl::fromEncoded("file://" + QByteArray::fromStdString(path).toPercentEncoding("/"))});
+    return data;
 }
 
 } // namespace tarnbridge::app::DesktopServices

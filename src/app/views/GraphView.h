@@ -62,6 +62,7 @@ protected:
     void mouseMoveEvent(QMouseEvent* event) override;
     void leaveEvent(QEvent* event) override;
     void mousePressEvent(QMouseEvent* event) override;
+    void mouseReleaseEvent(QMouseEvent* event) override;
     void mouseDoubleClickEvent(QMouseEvent* event) override;
     void contextMenuEvent(QContextMenuEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
@@ -94,6 +95,7 @@ private:
     void setHovered(int mark, std::optional<QPointF> point);
     void select(int mark);
     void open(int mark);
+    void dragOut(int mark);
     void moveSelection(int dx, int dy);
     void showMenu(int mark, const QPoint& globalPos);
     void addMenuActions(QMenu& menu, const DiskNode& node);
@@ -126,6 +128,8 @@ private:
     std::optional<QPointF> hoverPoint_;
     std::optional<std::string> selectedPath_;
     QPointer<QMenu> menu_;
+    int pressedMark_ = -1; // where a left press began, for a drag out
+    QPointF pressPoint_;
 };
 
 } // namespace tarnbridge::app

@@ -1,6 +1,8 @@
 // Pointer, keyboard and context menu of the chart.
 
+#include <QApplication>
 #include <QContextMenuEvent>
+#include <QDrag>
 #include <QKeyEvent>
 #include <QMenu>
 #include <QMouseEvent>
@@ -10,11 +12,9 @@
 
 #include "app/desktop/DesktopServices.h"
 #include "app/model/AppModel.h"
-#include "app/model/CleanupFlow.h"
 #include "app/model/ScanSession.h"
 #include "app/views/GraphView.h"
-#include "cleanup/CleanupPolicy.h"
-#include "platform/UserFolders.h"
+#include "app/views/NodeActions.h"
 
 namespace tarnbridge::app {
 
@@ -111,7 +111,28 @@ void GraphView::open(int mark) {
 
 void GraphView::mouseMoveEvent(QMouseEvent* event) {
     const QPointF point = event->position();
+    if (pressedMark_ >= 0 && (event->buttons() & Qt::LeftButton) &&
+        (point - pressPoint_).manhattanLength() >= QApplication::startDragDistance()) {
+        const int mark = std::exchange(pressedMark_, -1);
+        dragOut(mark);
+        return;
+    }
     setHovered(scene_ ? scene_->markAt(point) : -1, point);
+}
+
+// Dragging a mark hands its file to the file manager, a terminal or a mail composer.
+void GraphView::dragOut(int mark) {
+    const auto node = recordOf(mark);
+    if (!node)
+        return;
+    auto* drag = new QDrag(this);
+    drag->setMimeData(DesktopServices::fileData(node->path));
+    drag->exec(Qt::CopyAction | Qt::LinkAction, Qt::CopyAction);
+}
+
+void GraphView::mouseReleaseEvent(QMouseEvent* event) {
+    pressedMark_ = -1;
+    QWidget::mouseReleaseEvent(event);
 }
 
 void GraphView::leaveEvent(QEvent* event) {
@@ -125,6 +146,8 @@ void GraphView::mousePressEvent(QMouseEvent* event) {
         const int mark = scene_->markAt(event->position());
         if (mark >= 0)
             select(mark);
+        pressedMark_ = mark;
+        pressPoint_ = event->position();
     }
     QWidget::mousePressEvent(event);
 }
@@ -243,32 +266,11 @@ void GraphView::showMenu(int mark, const QPoint& globalPos) {
 }
 
 void GraphView::addMenuActions(QMenu& menu, const DiskNode& node) {
-    const QString path = QString::fromStdString(node.path);
-    menu.addAction(displayText(node.name()))->setEnabled(false);
-    if (node.isDirectory)
-        menu.addAction(tr("Open folder"), this, [this, node] { app_.session().focusOn(node); });
-    menu.addAction(tr("Show in File Manager"), this,
-                   [path] { DesktopServices::showInFileManager(path); });
-    menu.addAction(tr("Preview"), this, [path] { DesktopServices::preview(path); });
-    menu.addAction(tr("Copy Path"), this, [path] { DesktopServices::copyPath(path); });
-    menu.addSeparator();
-    const std::optional<std::string> refusal =
-        CleanupPolicy{platform::currentHome()}.rejection(node.path);
-    const bool allowed = app_.canClean() && !refusal && !sceneIsLive_;
-    QAction* stage = menu.addAction(tr("Add to Cleanup"), this, [this, node] {
-        app_.cleanup().stage({node}, std::nullopt, "Selected in Explore");
-    });
-    QAction* trash = menu.addAction(tr("Move to Trash…"), this,
-                                    [this, node] { app_.cleanup().requestTrash(node); });
-    stage->setEnabled(allowed);
-    trash->setEnabled(allowed);
-    if (refusal) {
-        const QString why = QString::fromStdString(*refusal);
-        stage->setToolTip(why);
-        trash->setToolTip(why);
-        menu.setToolTipsVisible(true);
-        menu.addAction(why)->setEnabled(false);
-    }
+    NodeActions::Options options;
+    options.openLabel = tr("Open folder");
+    options.title = true;
+    options.live = sceneIsLive_;
+    NodeActions::addTo(menu, app_, node, options);
 }
 
 } // namespace tarnbridge::app
