@@ -8,6 +8,7 @@
 #include "app/model/DuplicateSearch.h"
 #include "app/model/ExploreState.h"
 #include "app/model/ExportFlow.h"
+#include "app/model/FileTableState.h"
 #include "app/model/Notices.h"
 #include "app/model/Preferences.h"
 #include "app/model/ScanSession.h"
@@ -60,6 +61,7 @@ AppModel::AppModel(SnapshotStore store, std::string stateDirectory, bool monitor
     snapshots_ = std::make_unique<SnapshotFlow>(*this);
     monitor_ = std::make_unique<ActivityMonitor>(*this);
     exports_ = std::make_unique<ExportFlow>(*this);
+    table_ = std::make_unique<FileTableState>(*this);
 
     // A damaged file neither stops the start nor loses the rest: that part starts empty, and
     // each message names it.

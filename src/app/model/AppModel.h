@@ -21,6 +21,7 @@ class ApplicationsFlow;
 class SnapshotFlow;
 class ActivityMonitor;
 class ExportFlow;
+class FileTableState;
 class Notices;
 class Preferences;
 
@@ -45,6 +46,7 @@ public:
     SnapshotFlow& snapshots() { return *snapshots_; }
     ActivityMonitor& monitor() { return *monitor_; }
     ExportFlow& exports() { return *exports_; }
+    FileTableState& table() { return *table_; }
     Notices& notices() { return *notices_; }
     Preferences& preferences() { return *preferences_; }
     const ScanSession& session() const { return *session_; }
@@ -98,6 +100,7 @@ private:
     std::unique_ptr<SnapshotFlow> snapshots_;
     std::unique_ptr<ActivityMonitor> monitor_;
     std::unique_ptr<ExportFlow> exports_;
+    std::unique_ptr<FileTableState> table_;
 };
 
 } // namespace tarnbridge::app

@@ -68,6 +68,8 @@ public:
     const std::optional<Value>& value() const { return value_; }
     // A value for another key is shown, or none yet.
     bool isPending() const { return key_ && readyKey_ != key_; }
+    // How many times work was started: debouncing keeps this at one for a burst of keys.
+    int startedCount() const { return started_; }
 
 private:
     void start()
@@ -76,6 +78,7 @@ private:
             return;
         auto flag = std::make_shared<CancellationFlag>();
         running_ = flag;
+        ++started_;
         const Key key = *key_;
         BackgroundJob::run<Value>(pool_, owner_, flag, work_, [this, flag, key](JobOutcome<Value> outcome) {
             // A failure, a cancellation or a newer key leaves the previous value in place.
@@ -98,6 +101,7 @@ private:
     std::optional<Key> readyKey_;
     std::optional<Value> value_;
     std::shared_ptr<CancellationFlag> running_;
+    int started_ = 0;
 };
 
 } // namespace tarnbridge::app

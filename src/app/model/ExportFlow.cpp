@@ -34,21 +34,40 @@ void ExportFlow::exportScan()
            *destination);
 }
 
-void ExportFlow::exportCSV(std::vector<std::string> paths)
+std::optional<std::string> ExportFlow::chooseCSV()
 {
     if (!canExport() || !app_.services().chooseFile)
-        return;
+        return std::nullopt;
     FileRequest request;
     request.title = QStringLiteral("Export CSV");
     request.suggestedName = QStringLiteral("Tarnbridge-files.csv");
     request.filter = QStringLiteral("CSV files (*.csv)");
-    const auto destination = app_.services().chooseFile(request);
+    return app_.services().chooseFile(request);
+}
+
+void ExportFlow::exportCSV(std::vector<std::string> paths)
+{
+    const auto destination = chooseCSV();
     if (!destination)
         return;
     const ScanResult scan = *app_.session().scan();
     launch(QStringLiteral("CSV exported."),
            [scan, paths = std::move(paths)](const std::string& path, const CancellationFlag& flag) {
                CSVExport::write(paths, scan, path, flag);
+           },
+           *destination);
+}
+
+void ExportFlow::exportCSV(ScanResult scan, std::shared_ptr<const std::vector<NodeId>> ids)
+{
+    if (!ids)
+        return;
+    const auto destination = chooseCSV();
+    if (!destination)
+        return;
+    launch(QStringLiteral("CSV exported."),
+           [scan = std::move(scan), ids = std::move(ids)](const std::string& path, const CancellationFlag& flag) {
+               CSVExport::write(*ids, scan, path, flag);
            },
            *destination);
 }

@@ -4,10 +4,12 @@
 #include <QString>
 
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "model/CancellationFlag.h"
+#include "model/ScanResult.h"
 
 namespace tarnbridge::app {
 
@@ -27,6 +29,8 @@ public:
     void exportScan();
     // The records of `paths`, in their order; paths the scan does not know are left out.
     void exportCSV(std::vector<std::string> paths);
+    // Rows of `scan` by id, in their order: a table of a million rows makes no strings for this.
+    void exportCSV(ScanResult scan, std::shared_ptr<const std::vector<NodeId>> ids);
 
     void stopWork();
 
@@ -34,6 +38,7 @@ Q_SIGNALS:
     void changed();
 
 private:
+    std::optional<std::string> chooseCSV();
     void launch(QString done, std::function<void(const std::string&, const CancellationFlag&)> write,
                 const std::string& destination);
 

@@ -6,6 +6,7 @@
 #include "app/model/AppModel.h"
 #include "app/model/ExploreState.h"
 #include "app/model/ScanSession.h"
+#include "app/screens/FileTableView.h"
 #include "app/screens/ScanProgressView.h"
 #include "app/screens/WelcomeView.h"
 #include "app/shell/ShellTexts.h"
@@ -28,13 +29,14 @@ ExploreScreen::ExploreScreen(AppModel& app, QWidget* parent)
     layout->addWidget(new FolderBar(app_, content_));
     views_ = new QStackedWidget;
     graph_ = new GraphView(app_, views_);
-    // The list views (folders, top sizes, age map, table) are not in the window yet: their
-    // place shows the view's name rather than a chart that is not theirs.
+    table_ = new FileTableView(app_, views_);
+    // Views not in the window yet show their name rather than a chart that is not theirs.
     pending_ = new QLabel;
     pending_->setObjectName(QStringLiteral("viewPlaceholder"));
     pending_->setAlignment(Qt::AlignCenter);
     pending_->setForegroundRole(QPalette::PlaceholderText);
     views_->addWidget(graph_);
+    views_->addWidget(table_);
     views_->addWidget(pending_);
     layout->addWidget(views_, 1);
     addWidget(welcome_);
@@ -53,7 +55,12 @@ void ExploreScreen::showView() {
                        view == StorageView::flame || view == StorageView::bubbles ||
                        view == StorageView::mindMap;
     pending_->setText(ShellTexts::storageViewName(view));
-    views_->setCurrentWidget(chart ? graph_ : static_cast<QWidget*>(pending_));
+    QWidget* shown = pending_;
+    if (chart)
+        shown = graph_;
+    else if (view == StorageView::table)
+        shown = table_;
+    views_->setCurrentWidget(shown);
 }
 
 void ExploreScreen::showState() {

@@ -27,6 +27,7 @@ private:
     QWidget* content_ = nullptr;
     QStackedWidget* views_ = nullptr;
     QWidget* graph_ = nullptr;
+    QWidget* table_ = nullptr;
     QLabel* pending_ = nullptr;
 };
 

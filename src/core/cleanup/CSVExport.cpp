@@ -1,6 +1,7 @@
 #include "cleanup/CSVExport.h"
 
 #include <ctime>
+#include <optional>
 
 #include "cleanup/CleanupService.h"
 #include "model/Formatting.h"
@@ -57,20 +58,21 @@ std::string encode(const std::vector<DiskNode>& nodes)
     return out;
 }
 
-void write(const std::vector<std::string>& paths, const ScanResult& scan, const std::string& destination,
-           const CancellationFlag& cancellation)
+namespace {
+
+// Streams the rows `next` gives (nothing when done) to a hidden temporary beside `destination`,
+// then renames it over the destination.
+template <class Next>
+void writeRows(const std::string& destination, const CancellationFlag& cancellation, Next&& next)
 {
     cancellation.check();
     AtomicFile file(destination, ".Tarnbridge-export-" + newIdentifier());
     constexpr std::size_t kFlushAt = 256 * 1024;
     std::string buffer = kHeader;
     buffer.reserve(kFlushAt + 4096);
-    for (const std::string& path : paths) {
+    while (const auto row = next()) {
         cancellation.check();
-        const NodeId id = scan.isEmpty() ? kNoNode : scan.find(path);
-        if (id == kNoNode)
-            continue;
-        appendRow(buffer, scan->nodeWithoutChildren(id));
+        appendRow(buffer, *row);
         if (buffer.size() >= kFlushAt) {
             file.write(buffer);
             buffer.clear();
@@ -79,6 +81,36 @@ void write(const std::vector<std::string>& paths, const ScanResult& scan, const 
     file.write(buffer);
     cancellation.check();
     file.commit();
+}
+
+} // namespace
+
+void write(const std::vector<std::string>& paths, const ScanResult& scan, const std::string& destination,
+           const CancellationFlag& cancellation)
+{
+    std::size_t at = 0;
+    writeRows(destination, cancellation, [&]() -> std::optional<DiskNode> {
+        while (at < paths.size()) {
+            const NodeId id = scan.isEmpty() ? kNoNode : scan.find(paths[at++]);
+            if (id != kNoNode)
+                return scan->nodeWithoutChildren(id);
+        }
+        return std::nullopt;
+    });
+}
+
+void write(const std::vector<NodeId>& ids, const ScanResult& scan, const std::string& destination,
+           const CancellationFlag& cancellation)
+{
+    std::size_t at = 0;
+    writeRows(destination, cancellation, [&]() -> std::optional<DiskNode> {
+        while (at < ids.size()) {
+            const NodeId id = ids[at++];
+            if (id < scan.nodeCount())
+                return scan->nodeWithoutChildren(id);
+        }
+        return std::nullopt;
+    });
 }
 
 } // namespace tarnbridge::CSVExport

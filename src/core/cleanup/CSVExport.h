@@ -21,6 +21,10 @@ std::string encode(const std::vector<DiskNode>& nodes);
 void write(const std::vector<std::string>& paths, const ScanResult& scan, const std::string& destination,
            const CancellationFlag& cancellation = CancellationFlag());
 
+// The same for records of `scan` given by id, in the given order.
+void write(const std::vector<NodeId>& ids, const ScanResult& scan, const std::string& destination,
+           const CancellationFlag& cancellation = CancellationFlag());
+
 // One cell of text, defused and quoted.
 std::string protectedText(std::string_view value);
 
