@@ -1,5 +1,6 @@
 #include <QCollator>
 #include <QCollatorSortKey>
+#include <QLocale>
 #include <QString>
 
 #include <algorithm>
@@ -15,7 +16,12 @@ namespace {
 // Natural, case-insensitive order of the user's locale, as a file manager sorts names.
 QCollator naturalCollator()
 {
-    QCollator collator;
+    QLocale locale;
+    // The C locale's collation compares bytes ("B" before "a", "file10" before "file2"); a
+    // shell without LANG still gets the order of a file manager.
+    if (locale.language() == QLocale::C)
+        locale = QLocale(QLocale::English, QLocale::UnitedStates);
+    QCollator collator(locale);
     collator.setNumericMode(true);
     collator.setCaseSensitivity(Qt::CaseInsensitive);
     return collator;

@@ -164,3 +164,15 @@ TEST(TableOrdering, NameOrderMatchesTheCollatorOnRandomTreesWithRepeatedNames)
         EXPECT_EQ(got, expected) << int(order);
     }
 }
+
+TEST(TableOrdering, NamesSortNaturallyAndWithoutCaseInTheCLocaleToo)
+{
+    const QLocale before;
+    QLocale::setDefault(QLocale::c());
+    const ScanResult scan = fakeScan("/r", {{"file10", 1}, {"File3", 1}, {"file2", 1}, {"b", 1}, {"A", 1}});
+    std::vector<std::string> names;
+    for (NodeId id : ScanQuery{}.sortedIds(scan, "/r", false, ScanSortField::name, SortOrder::ascending))
+        names.emplace_back(scan.data().name(id));
+    QLocale::setDefault(before);
+    EXPECT_EQ(names, (std::vector<std::string>{"A", "b", "file2", "File3", "file10"}));
+}
