@@ -149,7 +149,7 @@ std::vector<Command> duplicateCommands() {
         {{"duplicates",
           "PATH [--from FILE] [--min-size SIZE] [--scope DIR] [--json]",
           "Find identical files: same size, same SHA-256, equal byte for byte.",
-          {{"from", "FILE", "Use a saved scan file instead of scanning PATH."},
+          {{"from", "FILE", "Use a saved scan file or an ncdu or gdu export instead of scanning PATH."},
            {"min-size", "SIZE",
             "Only files of at least SIZE (decimal units; default 1MB; 0 for any size)."},
            {"scope", "DIR", "Compare only the files below this folder of the scan."},

@@ -11,7 +11,7 @@ namespace tarnbridge::cli {
 std::vector<OptionSpec> filterOptions()
 {
     return {
-        {"from", "FILE", "Use a saved scan file instead of scanning PATH."},
+        {"from", "FILE", "Use a saved scan file or an ncdu or gdu export instead of scanning PATH."},
         {"name", "TEXT", "Only items whose name contains TEXT (any case)."},
         {"no-hidden", "", "Leave out items whose name starts with a dot."},
         {"min-size", "SIZE", "Only items of at least SIZE (decimal units: 10MB, 1.5GB)."},

@@ -3,6 +3,8 @@
 #include "Cli.h"
 #include "Terminal.h"
 #include "scan/DiskScanner.h"
+#include "storage/NcduJson.h"
+#include "storage/ScanFile.h"
 #include "storage/ScanJson.h"
 
 namespace tarnbridge::cli {
@@ -20,6 +22,8 @@ int scanCommand(const Arguments& args, Context& context)
     const ScanResult scan = obtainScan(args, context, args.positionals.at(0));
     if (const auto json = args.value("json"))
         ScanJson::writeFile(scan, *json);
+    if (const auto ncdu = args.value("ncdu-json"))
+        NcduJson::writeFile(scan, *ncdu);
     printSummary(scan, ScanData::rootId, measureOf(args), top, context.out);
     return exitOk;
 }
@@ -27,7 +31,7 @@ int scanCommand(const Arguments& args, Context& context)
 int showCommand(const Arguments& args, Context& context)
 {
     const std::size_t top = std::size_t(args.integer("top", 10, 0, 1000000));
-    const ScanResult scan = ScanJson::readFile(args.positionals.at(0));
+    const ScanResult scan = ScanFile::open(args.positionals.at(0));
     printSummary(scan, ScanData::rootId, measureOf(args), top, context.out);
     return exitOk;
 }
@@ -38,10 +42,11 @@ std::vector<Command> scanCommands()
 {
     return {
         {{"scan",
-          "PATH [--logical] [--json FILE] [--top N] [--quiet]",
+          "PATH [--logical] [--json FILE] [--ncdu-json FILE] [--top N] [--quiet]",
           "Scan a folder or volume and show its totals and largest items.",
           {{"logical", "", "Rank by logical size instead of size on disk."},
            {"json", "FILE", "Also save the whole scan as a scan file."},
+           {"ncdu-json", "FILE", "Also save it as an ncdu export, for \"ncdu -f\" (gzip when FILE ends in .gz)."},
            {"top", "N", "How many of the largest items to list (default 10)."},
            {"quiet", "", "No progress line."}},
           1,
@@ -49,7 +54,7 @@ std::vector<Command> scanCommands()
          scanCommand},
         {{"show",
           "FILE [--logical] [--top N]",
-          "Show the totals and largest items of a saved scan file.",
+          "Show the totals and largest items of a scan file or an ncdu or gdu export.",
           {{"logical", "", "Rank by logical size instead of size on disk."},
            {"top", "N", "How many of the largest items to list (default 10)."}},
           1,

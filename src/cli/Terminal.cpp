@@ -14,7 +14,7 @@
 #include "model/ScanPaths.h"
 #include "model/TextEncoding.h"
 #include "scan/DiskScanner.h"
-#include "storage/ScanJson.h"
+#include "storage/ScanFile.h"
 
 namespace tarnbridge::cli {
 
@@ -137,7 +137,7 @@ std::string absolutePath(const std::string& path)
 ScanResult obtainScan(const Arguments& args, Context& context, const std::string& path)
 {
     if (const auto from = args.value("from"))
-        return ScanJson::readFile(*from);
+        return ScanFile::open(*from);
     ProgressLine line(context);
     const bool quiet = args.has("quiet");
     return DiskScanner::scan(path, context.cancellation, nullptr, [&](const ScanProgress& p) {

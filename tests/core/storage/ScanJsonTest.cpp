@@ -185,7 +185,7 @@ TEST(ScanJson, WriteFileIsAtomicAndLeavesNothingBehindOnFailure)
             ScanJson::writeFile(scan, file);
             ADD_FAILURE() << "wrote into a read-only folder";
         } catch (const std::system_error& e) {
-            EXPECT_EQ(describeError(e), "Permission denied");
+            EXPECT_EQ(describeError(e), "Could not save " + file + ": Permission denied.");
         }
     }
     EXPECT_EQ(readText(file), before);
