@@ -9,6 +9,7 @@
 #include "app/model/ExploreState.h"
 #include "app/model/ExportFlow.h"
 #include "app/model/FileTableState.h"
+#include "app/model/TopSizesState.h"
 #include "app/model/Notices.h"
 #include "app/model/Preferences.h"
 #include "app/model/ScanSession.h"
@@ -62,6 +63,7 @@ AppModel::AppModel(SnapshotStore store, std::string stateDirectory, bool monitor
     monitor_ = std::make_unique<ActivityMonitor>(*this);
     exports_ = std::make_unique<ExportFlow>(*this);
     table_ = std::make_unique<FileTableState>(*this);
+    topSizes_ = std::make_unique<TopSizesState>(*this);
 
     // A damaged file neither stops the start nor loses the rest: that part starts empty, and
     // each message names it.

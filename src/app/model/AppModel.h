@@ -22,6 +22,7 @@ class SnapshotFlow;
 class ActivityMonitor;
 class ExportFlow;
 class FileTableState;
+class TopSizesState;
 class Notices;
 class Preferences;
 
@@ -47,6 +48,7 @@ public:
     ActivityMonitor& monitor() { return *monitor_; }
     ExportFlow& exports() { return *exports_; }
     FileTableState& table() { return *table_; }
+    TopSizesState& topSizes() { return *topSizes_; }
     Notices& notices() { return *notices_; }
     Preferences& preferences() { return *preferences_; }
     const ScanSession& session() const { return *session_; }
@@ -101,6 +103,7 @@ private:
     std::unique_ptr<ActivityMonitor> monitor_;
     std::unique_ptr<ExportFlow> exports_;
     std::unique_ptr<FileTableState> table_;
+    std::unique_ptr<TopSizesState> topSizes_;
 };
 
 } // namespace tarnbridge::app

@@ -8,6 +8,7 @@
 #include "app/model/ScanSession.h"
 #include "app/screens/FileTableView.h"
 #include "app/screens/ScanProgressView.h"
+#include "app/screens/TopSizesView.h"
 #include "app/screens/WelcomeView.h"
 #include "app/shell/ShellTexts.h"
 #include "app/views/FolderBar.h"
@@ -30,6 +31,7 @@ ExploreScreen::ExploreScreen(AppModel& app, QWidget* parent)
     views_ = new QStackedWidget;
     graph_ = new GraphView(app_, views_);
     table_ = new FileTableView(app_, views_);
+    topSizes_ = new TopSizesView(app_, views_);
     // Views not in the window yet show their name rather than a chart that is not theirs.
     pending_ = new QLabel;
     pending_->setObjectName(QStringLiteral("viewPlaceholder"));
@@ -37,6 +39,7 @@ ExploreScreen::ExploreScreen(AppModel& app, QWidget* parent)
     pending_->setForegroundRole(QPalette::PlaceholderText);
     views_->addWidget(graph_);
     views_->addWidget(table_);
+    views_->addWidget(topSizes_);
     views_->addWidget(pending_);
     layout->addWidget(views_, 1);
     addWidget(welcome_);
@@ -60,6 +63,8 @@ void ExploreScreen::showView() {
         shown = graph_;
     else if (view == StorageView::table)
         shown = table_;
+    else if (view == StorageView::topSizes)
+        shown = topSizes_;
     views_->setCurrentWidget(shown);
 }
 

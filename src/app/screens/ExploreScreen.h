@@ -28,6 +28,7 @@ private:
     QStackedWidget* views_ = nullptr;
     QWidget* graph_ = nullptr;
     QWidget* table_ = nullptr;
+    QWidget* topSizes_ = nullptr;
     QLabel* pending_ = nullptr;
 };
 
