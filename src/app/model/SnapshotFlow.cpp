@@ -12,6 +12,7 @@
 #include "app/model/ScanSession.h"
 #include "model/Errors.h"
 #include "query/ScanPresentation.h"
+#include "storage/ScanFile.h"
 
 namespace tarnbridge::app {
 
@@ -221,6 +222,39 @@ void SnapshotFlow::openSnapshot(const SnapshotRecord& record)
             app_.setSection(AppSection::explore);
             app_.explore().setActiveQuickWin(std::nullopt);
             app_.notices().setNotice(QStringLiteral("Viewing a saved snapshot. Rescan before staging cleanup."));
+        });
+}
+
+void SnapshotFlow::openScanFile(std::optional<std::string> path)
+{
+    if (!path && app_.services().chooseFile) {
+        FileRequest request;
+        request.title = QStringLiteral("Open Scan File");
+        request.filter = QStringLiteral("Scan files (*.json *.json.gz *.gz);;All files (*)");
+        request.save = false;
+        path = app_.services().chooseFile(request);
+    }
+    if (!path)
+        return;
+    const auto token = beginSnapshot(QStringLiteral("Opening scan file…"));
+    if (!token)
+        return;
+    app_.duplicates().resetForScan(false);
+    launch<OpenedScan>(
+        *token,
+        [file = *path](const SnapshotStore&, const CancellationFlag& flag) {
+            ScanResult scan = ScanFile::open(file);
+            flag.check();
+            ScanPresentation presentation = ScanPresentation::make(scan, &flag);
+            flag.check();
+            return OpenedScan{std::move(scan), std::move(presentation)};
+        },
+        [this](OpenedScan opened) {
+            const std::string root = opened.scan.rootPath();
+            app_.session().installScan(std::move(opened.scan), std::move(opened.presentation), root, true);
+            app_.setSection(AppSection::explore);
+            app_.explore().setActiveQuickWin(std::nullopt);
+            app_.notices().setNotice(QStringLiteral("Viewing a saved scan file. Rescan before staging cleanup."));
         });
 }
 

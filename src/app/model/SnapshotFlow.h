@@ -64,6 +64,9 @@ public:
     void compareSnapshot(const SnapshotRecord& record);
     void compareSavedSnapshots(const SnapshotRecord& record);
     void openSnapshot(const SnapshotRecord& record);
+    // Opens a scan file (ours, or an ncdu or gdu export, gzip or not) as a saved scan: it can
+    // be explored and compared, not staged. Without `path`, asks the file dialog for one.
+    void openScanFile(std::optional<std::string> path = std::nullopt);
     void deleteSnapshot(const SnapshotRecord& record);
 
     // The row actions "Use as Before" and "Compare with Before".

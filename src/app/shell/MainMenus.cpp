@@ -52,6 +52,8 @@ void MainMenus::buildFile(QMainWindow& window, std::function<void()> openSetting
     auto& session = app_.session();
     openFolder = add(menu, QStringLiteral("Open Folder…"), QKeySequence(Qt::CTRL | Qt::Key_O),
                      [&session] { session.chooseFolder(false, false); });
+    openScanFile = add(menu, QStringLiteral("Open Scan File…"), QKeySequence(Qt::CTRL | Qt::SHIFT | Qt::Key_O),
+                       [this] { app_.snapshots().openScanFile(); });
     scanFolder = add(menu, QStringLiteral("Scan Folder…"), {},
                      [&session] { session.chooseFolder(false, true); });
     scanWholeDisk =
@@ -138,6 +140,7 @@ void MainMenus::updateEnabled() {
     saveSnapshot->setEnabled(hasScan && !scanning && !app_.snapshotBusy() &&
                              app_.preferences().snapshotsEnabled());
     exportScan->setEnabled(app_.exports().canExport());
+    openScanFile->setEnabled(!scanning && !app_.snapshotBusy() && !app_.cleaning());
     reviewCleanup->setEnabled(!app_.cleanup().queue().empty() && !app_.cleaning());
     const auto& navigation = session.displayedNavigation();
     back->setEnabled(!navigation.back.empty());

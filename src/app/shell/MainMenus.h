@@ -22,6 +22,7 @@ public:
               std::function<void()> openSettings);
 
     QAction* openFolder = nullptr;
+    QAction* openScanFile = nullptr;
     QAction* scanFolder = nullptr;
     QAction* scanWholeDisk = nullptr;
     QAction* home = nullptr;
