@@ -58,7 +58,7 @@ TEST(CSVExport, DestinationIsReplacedOnlyByACompleteFile)
     TempTree tree;
     const ScanResult scan = fakeScan("/r", {{"x", 1}});
     const std::string out = tree.fileWithText("old.csv", "old contents");
-    CSVExport::write({}, scan, out);
+    CSVExport::write(std::vector<std::string>{}, scan, out);
     EXPECT_EQ(readText(out), CSVExport::kHeader);
 
     // Cancelled: the old file stays, and no temporary is left.
@@ -84,7 +84,7 @@ TEST(CSVExport, DestinationIsReplacedOnlyByACompleteFile)
     tree.chmod("ro", 0555);
     {
         test::WithoutAdminRights plainUser;
-        EXPECT_THROW(CSVExport::write({}, scan, readOnly + "/x.csv"), std::system_error);
+        EXPECT_THROW(CSVExport::write(std::vector<std::string>{}, scan, readOnly + "/x.csv"), std::system_error);
     }
     EXPECT_TRUE(std::filesystem::is_empty(readOnly));
     std::vector<std::string> left;

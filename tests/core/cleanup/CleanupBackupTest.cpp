@@ -198,3 +198,44 @@ TEST(CleanupBackup, ReceiptJsonRoundTrips)
     r.write(w);
     EXPECT_EQ(BackupReceipt::read(json::parse(w.text())), r);
 }
+
+// Files of more than one read block: a difference in any block, and a copy that goes on after
+// the original ends, are all found.
+TEST(CleanupBackup, VerificationReadsEveryBlockOfLargeFiles)
+{
+    test::TempTree tree;
+    const CancellationFlag go;
+    constexpr std::size_t kMiB = 1 << 20;
+    const std::string original = test::randomBytes(kMiB + kMiB / 2, 7);
+    auto variant = [&](std::size_t at) {
+        std::string bytes = original;
+        bytes[at] = char(bytes[at] ^ 0x20);
+        return bytes;
+    };
+    tree.fileWithText("source/big.bin", original);
+    struct Case {
+        const char* what;
+        std::string copy;
+        std::string expected;
+    };
+    const std::string mismatch = "The backup of big.bin does not match the original.";
+    const std::vector<Case> cases{
+        {"same", original, ""},
+        {"first byte", variant(0), mismatch},
+        {"inside the first block", variant(4321), mismatch},
+        {"last byte of the first block", variant(kMiB - 1), mismatch},
+        {"inside the second block", variant(kMiB + 17), mismatch},
+        {"last byte", variant(original.size() - 1), mismatch},
+        {"one byte more", original + "x", mismatch},
+        {"one byte less", original.substr(0, original.size() - 1), mismatch},
+        {"exactly one block less", original.substr(0, kMiB / 2), mismatch},
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        const std::string copy = tree.fileWithText("copy" + std::to_string(i) + "/big.bin", cases[i].copy);
+        EXPECT_EQ(refusal([&] { CleanupBackup::verify(tree.path("source/big.bin"), copy, go); }), cases[i].expected)
+            << cases[i].what;
+    }
+    // Inside folders the sizes are compared first; equal sizes leave it to the bytes.
+    EXPECT_EQ(refusal([&] { CleanupBackup::verify(tree.path("source"), tree.path("copy0"), go); }), "");
+    EXPECT_EQ(refusal([&] { CleanupBackup::verify(tree.path("source"), tree.path("copy2"), go); }), mismatch);
+}

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -291,4 +292,70 @@ TEST(CleanupEntry, ProtectedThingsInsideAFolderBlockIt)
     const std::string refused = refusal([&] { folder.validate(policy()); });
     test::runProcess({"chattr", "-a", pinned});
     EXPECT_EQ(refused, std::string("log.txt: ") + kRefusedSystemFlag);
+}
+
+namespace {
+
+// Other bytes of the same length written over the file in place, and its access and
+// modification times put back: only the change time still tells.
+void rewriteKeepingTimes(const std::string& path, char fill)
+{
+    struct stat before {};
+    ASSERT_EQ(::stat(path.c_str(), &before), 0);
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    const std::string bytes(std::size_t(before.st_size), fill);
+    ASSERT_EQ(::pwrite(fd, bytes.data(), bytes.size(), 0), ssize_t(bytes.size()));
+    const struct timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(::futimens(fd, times), 0);
+    ::close(fd);
+    struct stat after {};
+    ASSERT_EQ(::stat(path.c_str(), &after), 0);
+    ASSERT_EQ(after.st_ino, before.st_ino);
+    ASSERT_EQ(after.st_size, before.st_size);
+    ASSERT_EQ(after.st_mtim.tv_sec, before.st_mtim.tv_sec);
+    ASSERT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+    ASSERT_TRUE(after.st_ctim.tv_sec != before.st_ctim.tv_sec || after.st_ctim.tv_nsec != before.st_ctim.tv_nsec);
+}
+
+} // namespace
+
+TEST(CleanupEntry, ARewriteThatKeepsSizeAndModificationTimeIsStillAChange)
+{
+    FakeHome fake;
+    auto& tree = fake.tree();
+    const std::string work = tree.folder("home/work");
+    const std::string file = tree.file("home/work/report.bin", 4096, 'a');
+    const std::string inner = tree.file("home/work/folder/inner/data.bin", 4096, 'a');
+    tree.file("home/work/copy.bin", 4096, 'k');
+    const std::string kept = tree.file("home/work/keep.bin", 4096, 'k');
+    const ScanResult scan = scanOf(work);
+    const CleanupEntry single = stage(scan, file);
+    const CleanupEntry folder = stage(scan, work + "/folder");
+    CleanupEntry duplicate = stage(scan, work + "/copy.bin");
+    duplicate.retainedCopies[kept] = scan.node(kept)->identity;
+    for (const CleanupEntry* e : {&single, &folder, static_cast<const CleanupEntry*>(&duplicate)})
+        ASSERT_EQ(refusal([&] { e->validate(policy()); }), "") << e->node.path;
+
+    waitForNextTick();
+    ASSERT_NO_FATAL_FAILURE(rewriteKeepingTimes(file, 'b'));
+    ASSERT_NO_FATAL_FAILURE(rewriteKeepingTimes(inner, 'b'));
+    ASSERT_NO_FATAL_FAILURE(rewriteKeepingTimes(kept, 'b'));
+    EXPECT_EQ(refusal([&] { single.validate(policy()); }), "report.bin changed since the scan. Rescan and stage it again.");
+    EXPECT_EQ(refusal([&] { folder.validate(policy()); }), "Contents of folder changed since the scan. Rescan before cleanup.");
+    EXPECT_EQ(refusal([&] { duplicate.validate(policy()); }), kRetainedCopyChanged);
+}
+
+TEST(CleanupEntry, ValidationAsksThePolicyAgain)
+{
+    FakeHome fake;
+    auto& tree = fake.tree();
+    const std::string work = tree.folder("home/work");
+    const std::string file = tree.file("home/work/a/file.bin", 10);
+    const ScanResult scan = scanOf(work);
+    const CleanupEntry entry = stage(scan, file);
+    // The same file, reached through a link now: a rename leaves the file's own times alone.
+    ASSERT_EQ(::rename(tree.path("home/work/a").c_str(), tree.path("home/work/real").c_str()), 0);
+    tree.symlink("real", "home/work/a");
+    EXPECT_EQ(refusal([&] { entry.validate(policy()); }), kRefusedLink);
 }

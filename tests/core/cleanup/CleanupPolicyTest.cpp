@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
 
 #include "cleanup/CleanupPolicy.h"
@@ -45,6 +46,7 @@ TEST(CleanupPolicy, EachRefusalInTheOrderOfItsChecks)
         {home + "/Mac.app/Contents", kRefusedAppContents},
         {home + "/Other.app", nullptr},
         {home + "/.local/share/flatpak/app/org.example.App/current", kRefusedAppContents},
+        {home + "/.local/share/flatpak/app/org.example.App", nullptr}, // what uninstalling moves
         {home + "/.ssh/id_ed25519", kRefusedProtected},
         {home + "/.ssh", kRefusedProtected},
         {home, kRefusedProtected},                  // it holds protected folders
@@ -92,4 +94,77 @@ TEST(CleanupPolicy, ImmutableFilesAreProtectedBySystem)
     EXPECT_EQ(CleanupPolicy::fileProtection(file), std::optional<std::string>(kRefusedSystemFlag));
     EXPECT_EQ(CleanupPolicy{"/nonexistent-home"}.rejection(file), std::optional<std::string>(kRefusedSystemFlag));
     runProcess({"chattr", "-i", file});
+}
+
+namespace {
+
+// A place that is a symbolic link on this machine (/bin on a merged /usr) meets the link
+// refusal first; what does not exist is judged by its name alone.
+bool isLinkHere(const std::string& path)
+{
+    char* resolved = ::realpath(path.c_str(), nullptr);
+    const bool link = resolved && path != resolved;
+    std::free(resolved);
+    return link;
+}
+
+} // namespace
+
+// Every entry of both lists, with what lies inside it; a dropped or misspelt entry lets its
+// folder through.
+TEST(CleanupPolicy, EveryListedPlaceIsRefusedWithItsOwnWords)
+{
+    FakeHome fake;
+    const CleanupPolicy policy{platform::currentHome()};
+    const std::string home = fake.home();
+    std::vector<std::string> protectedPlaces{"/System", "/bin", "/sbin", "/usr", "/private", "/dev", "/Library"};
+    for (const char* below : {"/.Trash", "/.ssh", "/.gnupg", "/Library/Keychains", "/Library/Mail", "/Library/Messages",
+                              "/Library/Accounts", "/Library/CloudStorage", "/Library/Mobile Documents",
+                              "/Library/Application Support/Tarnbridge"})
+        protectedPlaces.push_back(home + below);
+    for (const char* top : {"/etc", "/boot", "/efi", "/proc", "/sys", "/run", "/lib", "/lib32", "/lib64", "/libx32",
+                            "/var/lib", "/var/spool", "/snap"})
+        protectedPlaces.emplace_back(top);
+    for (const char* below : {"/.local/share/Trash", "/.local/share/keyrings", "/.pki", "/.password-store",
+                              "/.mozilla", "/.thunderbird", "/.local/share/evolution", "/.local/share/Tarnbridge",
+                              "/.config/Tarnbridge"})
+        protectedPlaces.push_back(home + below);
+
+    for (const std::string& place : protectedPlaces) {
+        EXPECT_EQ(policy.rejection(place), std::optional<std::string>(isLinkHere(place) ? kRefusedLink : kRefusedProtected))
+            << place;
+        EXPECT_EQ(policy.rejection(place + "/inside"), std::optional<std::string>(kRefusedProtected)) << place;
+    }
+
+    // Root folders refuse themselves only; one that holds a protected place speaks with the
+    // protected words, since that check comes first.
+    struct Root {
+        std::string path;
+        const char* expected;
+    };
+    const std::vector<Root> roots{
+        {"/", kRefusedProtected},
+        {"/Users", kRefusedRootFolder},
+        {"/Applications", kRefusedRootFolder},
+        {"/Volumes", kRefusedRootFolder},
+        {home, kRefusedProtected},
+        {home + "/Library", kRefusedProtected},
+        {home + "/Library/Application Support", kRefusedProtected},
+        {home + "/Library/Containers", kRefusedRootFolder},
+        {home + "/Library/Preferences", kRefusedRootFolder},
+        {"/home", kRefusedRootFolder},
+        {"/media", kRefusedRootFolder},
+        {"/mnt", kRefusedRootFolder},
+        {"/srv", kRefusedRootFolder},
+        {"/opt", kRefusedRootFolder},
+        {"/var", kRefusedProtected},
+        {home + "/.config", kRefusedProtected},
+        {home + "/.local", kRefusedProtected},
+        {home + "/.local/share", kRefusedProtected},
+    };
+    for (const Root& root : roots) {
+        EXPECT_EQ(policy.rejection(root.path), std::optional<std::string>(root.expected)) << root.path;
+        const std::string inside = root.path == "/" ? "/inside" : root.path + "/inside";
+        EXPECT_EQ(policy.rejection(inside), std::nullopt) << inside;
+    }
 }

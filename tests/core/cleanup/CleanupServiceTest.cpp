@@ -1,11 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <thread>
 
@@ -293,4 +295,88 @@ TEST(Trash, ItemOnAnotherFileSystemGoesToThatVolumesTrash)
     std::ofstream(ownTrash) << "in the way";
     EXPECT_EQ(refusal([&] { Trash::moveToTrash(item); }), Trash::kNoUsableTrash);
     EXPECT_TRUE(exists(item));
+}
+
+namespace {
+
+void setModified(const std::string& path, const struct timespec& modified)
+{
+    const struct timespec times[2] = {modified, modified};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0) << path;
+}
+
+struct timespec modifiedTime(const std::string& path)
+{
+    struct stat st {};
+    ::lstat(path.c_str(), &st);
+    return st.st_mtim;
+}
+
+} // namespace
+
+// Each thing restore compares is needed on its own: the others are kept as they were.
+TEST(CleanupService, RestoreComparesSizeTimeAndInodeEachOnTheirOwn)
+{
+    FakeHome fake;
+    auto& tree = fake.tree();
+    const std::string work = tree.folder("home/work");
+    const std::string resized = tree.file("home/work/resized.txt", 10);
+    const std::string retimed = tree.file("home/work/retimed.txt", 10);
+    const std::string replaced = tree.file("home/work/replaced.txt", 10);
+    const std::string linked = tree.file("home/work/parent/linked.txt", 10);
+    const ScanResult scan = scanOf(work);
+    const CleanupOutcome outcome = CleanupService::moveToTrash(
+        {stage(scan, resized), stage(scan, retimed), stage(scan, replaced), stage(scan, linked)}, true);
+    ASSERT_EQ(outcome.receipts.size(), 4u);
+    std::map<std::string, TrashReceipt> byPath;
+    for (const auto& r : outcome.receipts)
+        byPath[r.originalPath] = r;
+    std::this_thread::sleep_for(std::chrono::milliseconds(15));
+
+    // Longer, with its time put back.
+    const std::string& grown = byPath[resized].trashPath;
+    const struct timespec grownTime = modifiedTime(grown);
+    std::ofstream(grown, std::ios::app) << "more";
+    ASSERT_NO_FATAL_FAILURE(setModified(grown, grownTime));
+    // Same size, other bytes, a new time.
+    std::ofstream(byPath[retimed].trashPath, std::ios::in | std::ios::out) << "yyyyyyyyyy";
+    // Another file of the same size and time in its place.
+    const std::string& swapped = byPath[replaced].trashPath;
+    const struct timespec swappedTime = modifiedTime(swapped);
+    const std::string stranger = tree.file("home/stranger.txt", 10);
+    ASSERT_NO_FATAL_FAILURE(setModified(stranger, swappedTime));
+    ASSERT_EQ(::rename(stranger.c_str(), swapped.c_str()), 0);
+    // The original folder is a link now, to a folder of another name.
+    ASSERT_EQ(::rename(tree.path("home/work/parent").c_str(), tree.path("home/work/elsewhere").c_str()), 0);
+    tree.symlink("elsewhere", "home/work/parent");
+
+    EXPECT_EQ(refusal([&] { CleanupService::restore(byPath[resized]); }), kRestoreChanged);
+    EXPECT_EQ(refusal([&] { CleanupService::restore(byPath[retimed]); }), kRestoreChanged);
+    EXPECT_EQ(refusal([&] { CleanupService::restore(byPath[replaced]); }), kRestoreChanged);
+    EXPECT_EQ(refusal([&] { CleanupService::restore(byPath[linked]); }), kRestoreParentMissing);
+    for (const auto& r : outcome.receipts) {
+        EXPECT_TRUE(exists(r.trashPath)) << r.originalPath;
+        EXPECT_FALSE(exists(r.originalPath)) << r.originalPath;
+    }
+    EXPECT_FALSE(exists(tree.path("home/work/elsewhere/linked.txt")));
+}
+
+TEST(Trash, NothingIsEverMovedOverAnotherItem)
+{
+    FakeHome fake;
+    auto& tree = fake.tree();
+    const std::string trash = fake.dataHome() + "/Trash";
+    // A .trashinfo left without its item keeps its name taken.
+    tree.fileWithText("home/.local/share/Trash/info/notes.txt.trashinfo", "left by another program");
+    const std::string notes = tree.fileWithText("home/work/notes.txt", "first");
+    const std::string moved = Trash::moveToTrash(notes);
+    EXPECT_EQ(moved, trash + "/files/notes.txt.2");
+    EXPECT_EQ(readText(trash + "/info/notes.txt.trashinfo"), "left by another program");
+
+    // Putting back never replaces what now stands at the original place.
+    tree.fileWithText("home/work/notes.txt", "second");
+    EXPECT_EQ(refusal([&] { Trash::putBack(moved, notes); }), "File exists");
+    EXPECT_EQ(readText(notes), "second");
+    EXPECT_EQ(readText(moved), "first");
+    EXPECT_TRUE(exists(trash + "/info/notes.txt.2.trashinfo"));
 }

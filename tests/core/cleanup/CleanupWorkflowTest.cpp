@@ -90,6 +90,13 @@ TEST(CleanupWorkflow, EveryWayOutLeavesEachFileInPlaceOrInTheTrashWithAReceipt)
              return std::string();
          },
          "c.bin changed since the scan. Rescan and stage it again."},
+        // Without a backup the check still comes before the snapshot is saved.
+        {"a changed item, no backup", false, true,
+         [](Fixture& f) {
+             f.fake.tree().file("home/work/c.bin", 4);
+             return std::string();
+         },
+         "c.bin changed since the scan. Rescan and stage it again."},
         {"kept copy in the queue", true, false,
          [](Fixture& f) {
              f.entries[0].retainedCopies[f.paths[2]] = f.scan.node(f.paths[2])->identity;

@@ -717,3 +717,39 @@ TEST(DuplicateFinder, CancellationAtAnyStageGivesNoReport) {
         EXPECT_EQ(countsAfter, 0) << c.name;
     }
 }
+
+// The byte comparison is what a group finally rests on: a difference in any block keeps two
+// files apart, whatever their digests said.
+TEST(DuplicateFinder, TheByteComparisonReadsEveryBlock) {
+    TempTree tree;
+    constexpr std::size_t kMiB = 1 << 20;
+    const std::string original = randomBytes(kMiB + kMiB / 2, 60);
+    tree.fileWithText("original", original);
+    struct Case {
+        const char* what;
+        std::string bytes;
+        bool equal;
+    };
+    auto flipped = [&](std::size_t at) {
+        std::string bytes = original;
+        bytes[at] = char(bytes[at] ^ 1);
+        return bytes;
+    };
+    const std::vector<Case> cases{
+        {"same", original, true},
+        {"first byte", flipped(0), false},
+        {"inside the first block", flipped(70'000), false},
+        {"end of the first block", flipped(kMiB - 1), false},
+        {"second block", flipped(kMiB), false},
+        {"one byte more", original + "!", false},
+    };
+    for (std::size_t i = 0; i < cases.size(); ++i)
+        tree.fileWithText("copy" + std::to_string(i), cases[i].bytes);
+    const ScanResult scan = scanOf(tree);
+    const DiskNode first = *scan.node(tree.path("original"));
+    for (std::size_t i = 0; i < cases.size(); ++i) {
+        const DiskNode other = *scan.node(tree.path("copy" + std::to_string(i)));
+        EXPECT_EQ(Access::equal(first, other), cases[i].equal) << cases[i].what;
+        EXPECT_EQ(Access::equal(other, first), cases[i].equal) << cases[i].what;
+    }
+}

@@ -235,3 +235,96 @@ TEST(ScanPresentation, LargeScansFindWhatWasPutInThem)
     cancelled.cancel();
     EXPECT_THROW(ScanPresentation::make(scan, &cancelled), CancellationError);
 }
+
+// One made-up tree per rule, each holding what only that rule finds, and a near miss beside
+// it that no rule takes. A rule that is dropped, or looks at the wrong name or place, leaves its
+// tree unfound or finds the near miss.
+TEST(QuickWin, EveryRuleFindsTheTreeMadeForIt)
+{
+    struct Case {
+        std::string entry;   // what the tree holds
+        std::string match;   // what the rule must find; "" = nothing
+        QuickWinKind kind;
+    };
+    using K = QuickWinKind;
+    std::vector<Case> cases{
+        {"u/Downloads/a.bin", "u/Downloads", K::downloads},
+        {"u/Library/Developer/Xcode/DerivedData/App-x/b", "u/Library/Developer/Xcode/DerivedData", K::derivedData},
+        {"u/Developer/DerivedData/b", "", K::derivedData},
+        {"u/Library/Developer/CoreSimulator/Devices/ID/data", "u/Library/Developer/CoreSimulator/Devices",
+         K::simulators},
+        {"u/Devices/ID/data", "", K::simulators},
+        {"p/node_modules/left-pad/index.js", "p/node_modules", K::dependencies},
+        {"p/.venv/lib/x.py", "p/.venv", K::dependencies},
+        {"p/venv/lib/x.py", "p/venv", K::dependencies},
+        {"p/.tox/py311/x", "p/.tox", K::dependencies},
+        {"u/.android/avd/x", "u/.android", K::android},
+        {"u/.gradle/caches/x", "u/.gradle", K::android},
+        {"u/Android/Sdk/x", "u/Android", K::android},
+        {"u/.colima/default/x", "u/.colima", K::virtualMachines},
+        {"u/.orbstack/x", "u/.orbstack", K::virtualMachines},
+        {"u/Virtual Machines.localized/x", "u/Virtual Machines.localized", K::virtualMachines},
+        {"u/Library/Containers/com.docker.docker/x", "u/Library/Containers/com.docker.docker", K::virtualMachines},
+        {"u/OrbStack/x", "u/OrbStack", K::virtualMachines},
+        {"vm/disk.vmdk", "vm/disk.vmdk", K::virtualMachines},
+        {"vm/disk.qcow2", "vm/disk.qcow2", K::virtualMachines},
+        {"vm/disk.vhdx", "vm/disk.vhdx", K::virtualMachines},
+        {"vm/Windows.pvm/x", "vm/Windows.pvm", K::virtualMachines},
+        {"vm/Old.vmwarevm/x", "vm/Old.vmwarevm", K::virtualMachines},
+        {"home/u/.local/share/containers/storage/x", "home/u/.local/share/containers", K::virtualMachines},
+        {"srv/containers/x", "", K::virtualMachines},
+        {"u/.Trash/old.txt", "u/.Trash", K::trash},
+        {"home/u/.local/share/Trash/files/old.txt", "home/u/.local/share/Trash", K::trash},
+        {"media/usb/.Trash-1000/files/old.txt", "media/usb/.Trash-1000", K::trash},
+        {"u/Trash/old.txt", "", K::trash},
+        {"media/usb/.Trash-me/old.txt", "", K::trash},
+        {"u/Library/Mail/V10/x.emlx", "u/Library/Mail", K::mail},
+        {"u/Mail/x.emlx", "", K::mail},
+        {"u/.cache/thumbnails/x", "u/.cache", K::caches},
+        {"u/.npm/_cacache/x", "u/.npm", K::caches},
+        {"u/Library/Caches/com.example/x", "u/Library/Caches", K::caches},
+        {"u/Library/Logs/x.log", "u/Library/Logs", K::caches},
+        {"var/log/journal/id/system.journal", "var/log/journal", K::caches},
+        {"u/Logs/x.log", "", K::caches},
+        {"u/journal/x", "", K::caches},
+        {"i/Setup.dmg", "i/Setup.dmg", K::installers},
+        {"i/Setup.pkg", "i/Setup.pkg", K::installers},
+        {"i/debian.iso", "i/debian.iso", K::installers},
+        {"i/Disk.sparseimage", "i/Disk.sparseimage", K::installers},
+        {"i/tool.deb", "i/tool.deb", K::installers},
+        {"i/tool.rpm", "i/tool.rpm", K::installers},
+        {"i/Tool.AppImage", "i/Tool.AppImage", K::installers},
+        {"i/app.flatpak", "i/app.flatpak", K::installers},
+        {"i/core.snap", "i/core.snap", K::installers},
+        {"i/Setup.dmg.part", "", K::installers},
+    };
+    for (const char* name : {".build", "build", "dist", ".next", "target", ".nuxt", "__pycache__", ".pytest_cache",
+                             ".dart_tool", "Pods", ".turbo", ".parcel-cache"})
+        cases.push_back({std::string("w/") + name + "/out.o", std::string("w/") + name, K::builds});
+    cases.push_back({"w/builds/out.o", "", K::builds});
+
+    for (const Case& c : cases) {
+        const ScanResult scan = fakeScan("/r", {{c.entry, 5'000}});
+        const auto wins = QuickWin::discover(scan);
+        ASSERT_EQ(wins.size(), 12u);
+        const std::vector<std::string> expected = c.match.empty() ? std::vector<std::string>{}
+                                                                  : std::vector<std::string>{"/r/" + c.match};
+        EXPECT_EQ(pathsOf(winOf(wins, c.kind)), expected) << c.entry;
+        // Nothing else claims the tree (".Trash-1000" and "u/Library/…" hold nothing else either).
+        for (const QuickWin& win : wins) {
+            if (win.kind != c.kind) {
+                EXPECT_TRUE(win.nodes.empty()) << c.entry << " also in " << info(win.kind).rawValue;
+            }
+        }
+    }
+
+    // The size rules, by their thresholds.
+    const ScanResult sized = fakeScan("/r", {{"m/film.mkv", 100'000'000}, {"m/song.flac", 150'000'000},
+                                             {"m/photo.tiff", 120'000'000}, {"m/short.mp4", 99'999'999},
+                                             {"d/disk.img", 1'000'000'001}, {"d/floppy.img", 1'000'000'000},
+                                             {"d/vbox.vdi", 2'000'000'000}, {"d/small.vdi", 1'000}});
+    const auto wins = QuickWin::discover(sized);
+    EXPECT_EQ(pathsOf(winOf(wins, K::media)),
+              (std::vector<std::string>{"/r/m/film.mkv", "/r/m/photo.tiff", "/r/m/song.flac"}));
+    EXPECT_EQ(pathsOf(winOf(wins, K::virtualMachines)), (std::vector<std::string>{"/r/d/disk.img", "/r/d/vbox.vdi"}));
+}

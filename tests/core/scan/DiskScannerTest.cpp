@@ -4,7 +4,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <map>
 
@@ -327,4 +329,37 @@ TEST(DiskScanner, DirectoryFindsBrowsableFoldersOnly)
     EXPECT_FALSE(scan.directory(tree.path("alias")).has_value()); // a link to a folder
     EXPECT_FALSE(scan.directory(tree.path("real/inner/file")).has_value());
     EXPECT_FALSE(scan.directory("relative").has_value());
+}
+
+// The same rule without mounting anything: /dev usually holds other file systems (/dev/shm,
+// /dev/pts), so an ordinary account can check it where it cannot mount a tmpfs.
+TEST(DiskScanner, FileSystemsMountedBelowASystemFolderAreSkipped)
+{
+    struct stat top {};
+    ASSERT_EQ(::stat("/dev", &top), 0);
+    std::vector<std::string> mounted;
+    std::ifstream mounts("/proc/self/mounts");
+    std::string device, point, rest;
+    while (mounts >> device >> point && std::getline(mounts, rest)) {
+        if (point.rfind("/dev/", 0) != 0 || point.find('\\') != std::string::npos)
+            continue;
+        struct stat here {}, parent {};
+        const std::string above = point.substr(0, point.rfind('/'));
+        // Only what the walk meets: a mount right on /dev's own file system.
+        if (::lstat(point.c_str(), &here) == 0 && S_ISDIR(here.st_mode) && here.st_dev != top.st_dev &&
+            ::lstat(above.c_str(), &parent) == 0 && parent.st_dev == top.st_dev &&
+            std::find(mounted.begin(), mounted.end(), point) == mounted.end())
+            mounted.push_back(point);
+    }
+    if (mounted.empty())
+        GTEST_SKIP() << "no file system is mounted below /dev here";
+    const ScanResult scan = quietScan("/dev");
+    for (const std::string& point : mounted) {
+        EXPECT_EQ(scan.find(point), kNoNode) << point;
+        const auto& issues = scan.issues();
+        EXPECT_NE(std::find_if(issues.begin(), issues.end(),
+                               [&](const ScanIssue& i) { return i.path == point && i.message == DiskScanner::kNestedVolume; }),
+                  issues.end())
+            << point;
+    }
 }
