@@ -217,6 +217,35 @@ std::string DuplicateSearch::keeper(const DuplicateGroup& group) const
     return group.files.empty() ? std::string() : group.files.front().path;
 }
 
+DuplicateGroupPage DuplicateSearch::visibleGroups(const QString& filter, std::size_t limit) const
+{
+    DuplicateGroupPage page;
+    if (!report_)
+        return page;
+    const QString& needle = filter;
+    for (const DuplicateGroup& group : report_->groups) {
+        const bool passes =
+            needle.isEmpty() || std::any_of(group.files.begin(), group.files.end(), [&](const DiskNode& file) {
+                return displayText(file.name()).contains(needle, Qt::CaseInsensitive);
+            });
+        if (!passes)
+            continue;
+        if (page.groups.size() < limit)
+            page.groups.push_back(&group);
+        ++page.passing;
+    }
+    return page;
+}
+
+std::int64_t DuplicateSearch::reclaimableBytes() const
+{
+    std::int64_t total = 0;
+    if (report_)
+        for (const DuplicateGroup& group : report_->groups)
+            total += group.reclaimable();
+    return total;
+}
+
 void DuplicateSearch::keep(const DuplicateGroup& group, const std::string& path)
 {
     keepers_[group.id] = path;

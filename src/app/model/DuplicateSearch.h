@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "duplicates/DuplicateFinder.h"
 #include "model/CancellationFlag.h"
@@ -17,6 +18,14 @@
 namespace tarnbridge::app {
 
 class AppModel;
+
+// The groups the screen draws: the first `limit` that pass the name filter, in report order, and
+// how many pass in all (more than shown offers the next page).
+struct DuplicateGroupPage {
+    std::vector<const DuplicateGroup*> groups;
+    std::size_t passing = 0;
+    bool hasMore() const { return passing > groups.size(); }
+};
 
 // The search for identical files in the shown scan, and the choice of the copies to keep.
 // A search runs on the work pool over its own copy of the scan; a newer search, a cancel or a
@@ -78,6 +87,13 @@ public:
     void setFinder(Finder finder);
 
     static QString progressLine(const DuplicateProgress& record);
+    // The report's groups with a file whose name contains `filter`, in any case; all of them for
+    // an empty filter. Empty without a report.
+    DuplicateGroupPage visibleGroups(const QString& filter, std::size_t limit) const;
+    // What removing every extra copy of the report gives back.
+    std::int64_t reclaimableBytes() const;
+
+    static constexpr std::size_t kGroupPageSize = 30;
 
 Q_SIGNALS:
     void changed();         // everything but the two below

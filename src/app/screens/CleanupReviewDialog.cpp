@@ -3,7 +3,9 @@
 #include <QCheckBox>
 #include <QDialogButtonBox>
 #include <QLabel>
-#include <QListWidget>
+#include <QFrame>
+#include <QHBoxLayout>
+#include <QTreeWidget>
 #include <QLocale>
 #include <QPushButton>
 #include <QVBoxLayout>
@@ -11,80 +13,98 @@
 #include "app/model/AppModel.h"
 #include "app/model/CleanupFlow.h"
 #include "app/model/Preferences.h"
-#include "model/Formatting.h"
+#include "app/shell/ShellTexts.h"
+#include "app/shell/ThemeIcon.h"
+#include "app/tools/ToolWidgets.h"
 
 namespace tarnbridge::app {
 
 namespace {
 
-QLabel* wrapped(const QString& text, QWidget* parent)
+using namespace ToolWidgets;
+
+QLabel* wrapped(const QString& text)
 {
-    auto* label = new QLabel(text, parent);
+    auto* label = new QLabel(text);
     label->setWordWrap(true);
     return label;
 }
 
 } // namespace
 
+QString CleanupReviewDialog::title(const CleanupRequest& request)
+{
+    if (request.uninstallName)
+        return QStringLiteral("Uninstall ") + *request.uninstallName + QStringLiteral(" to Trash?");
+    return QStringLiteral("Move ") + counted(qint64(request.entries.size()), " item", " items") +
+           QStringLiteral(" to Trash?");
+}
+
 CleanupReviewDialog::CleanupReviewDialog(AppModel& app, const CleanupRequest& request, QWidget* parent)
     : QDialog(parent), app_(app)
 {
-    const qsizetype count = qsizetype(request.entries.size());
-    QString title;
-    if (request.uninstallName)
-        title = QStringLiteral("Uninstall ") + *request.uninstallName + QStringLiteral(" to Trash?");
-    else
-        title = QStringLiteral("Move ") + QLocale().toString(count) +
-                (count == 1 ? QStringLiteral(" item") : QStringLiteral(" items")) + QStringLiteral(" to Trash?");
-    setWindowTitle(title);
+    setObjectName(QStringLiteral("cleanupReview"));
+    const QString heading = title(request);
+    setWindowTitle(heading);
     auto* layout = new QVBoxLayout(this);
-    auto* heading = new QLabel(title, this);
-    QFont bold = heading->font();
-    bold.setBold(true);
-    bold.setPointSizeF(bold.pointSizeF() * 1.2);
-    heading->setFont(bold);
-    layout->addWidget(heading);
+    layout->setSpacing(8);
+    layout->addWidget(ToolWidgets::heading(heading, 1.2));
 
-    auto* items = new QListWidget(this);
-    items->setAccessibleName(QStringLiteral("Items to move"));
-    for (const CleanupEntry& entry : request.entries)
-        items->addItem(QString::fromStdString(formattedBytes(entry.node.allocatedSize)) + QStringLiteral("  ") +
-                       displayText(entry.node.path));
-    layout->addWidget(items, 1);
+    std::int64_t total = 0;
+    items_ = list({QStringLiteral("Name"), QStringLiteral("Size"), QStringLiteral("Reason")}, QStringLiteral("Items to move"));
+    items_->setObjectName(QStringLiteral("reviewItems"));
+    for (const CleanupEntry& entry : request.entries) {
+        auto* item = new QTreeWidgetItem(items_);
+        item->setText(0, displayText(entry.node.path));
+        item->setText(1, bytes(entry.node.allocatedSize));
+        item->setTextAlignment(1, Qt::AlignRight | Qt::AlignVCenter);
+        item->setText(2, displayText(entry.reason));
+        total += entry.node.allocatedSize;
+    }
+    layout->addWidget(note(counted(qint64(request.entries.size()), " item", " items") + QStringLiteral(" · ") + bytes(total)));
+    layout->addWidget(items_, 1);
 
     blocked_ = !request.blocked.empty();
     if (blocked_) {
-        auto* label = new QLabel(QStringLiteral("Protected items cannot be moved to Trash"), this);
-        label->setFont(bold);
-        layout->addWidget(label);
-        auto* list = new QListWidget(this);
-        list->setAccessibleName(QStringLiteral("Protected items"));
-        for (const auto& [path, message] : request.blocked)
-            list->addItem(displayText(path) + QStringLiteral(" — ") + displayText(message));
-        layout->addWidget(list);
-        layout->addWidget(wrapped(QStringLiteral("Remove these items from Cleanup to continue."), this));
+        auto* box = new QFrame;
+        box->setObjectName(QStringLiteral("blockedBox"));
+        box->setFrameShape(QFrame::StyledPanel);
+        auto* blockedLayout = new QVBoxLayout(box);
+        auto* caption = new QHBoxLayout;
+        caption->addWidget(new IconLabel(ShellTexts::icon("security-high", "dialog-warning"), 20));
+        caption->addWidget(ToolWidgets::heading(QStringLiteral("Protected items cannot be moved to Trash")), 1);
+        blockedLayout->addLayout(caption);
+        blockedList_ = list({QStringLiteral("Item"), QStringLiteral("Why")}, QStringLiteral("Protected items"));
+        blockedList_->setObjectName(QStringLiteral("blockedList"));
+        for (const auto& [path, message] : request.blocked) {
+            auto* item = new QTreeWidgetItem(blockedList_);
+            item->setText(0, displayText(path));
+            item->setText(1, displayText(message));
+            item->setToolTip(1, displayText(message));
+        }
+        fitHeight(blockedList_, 5);
+        blockedLayout->addWidget(blockedList_);
+        blockedLayout->addWidget(wrapped(QStringLiteral("Remove these items from Cleanup to continue.")));
+        layout->addWidget(box);
     }
 
-    auto* backupTitle = new QLabel(QStringLiteral("Create a backup?"), this);
-    backupTitle->setFont(bold);
-    layout->addWidget(backupTitle);
-    backup_ = new QCheckBox(QStringLiteral("Back up files before cleanup"), this);
+    layout->addWidget(ToolWidgets::heading(QStringLiteral("Create a backup?")));
+    backup_ = new QCheckBox(QStringLiteral("Back up files before cleanup"));
     backup_->setChecked(app.preferences().backupBeforeCleanup());
-    backup_->setToolTip(
-        QStringLiteral("Choose a folder for a verified copy. Use another drive to free space on this computer."));
     layout->addWidget(backup_);
-    snapshot_ = new QCheckBox(QStringLiteral("Save a scan snapshot"), this);
+    layout->addWidget(note(QStringLiteral("Choose a folder for a verified copy. Use another drive to free space on this computer.")));
+    snapshot_ = new QCheckBox(QStringLiteral("Save a scan snapshot"));
     snapshot_->setChecked(app.preferences().snapshotsEnabled());
-    snapshot_->setToolTip(
-        QStringLiteral("Snapshots save sizes and paths for comparison — they do not back up files."));
     layout->addWidget(snapshot_);
-    layout->addWidget(wrapped(QStringLiteral("System files are protected. Trash can be restored until emptied."), this));
+    layout->addWidget(note(QStringLiteral("Snapshots save sizes and paths for comparison — they do not back up files.")));
+    layout->addWidget(wrapped(QStringLiteral("System files are protected. Trash can be restored until emptied.")));
 
-    auto* buttons = new QDialogButtonBox(this);
+    auto* buttons = new QDialogButtonBox;
     cancel_ = buttons->addButton(QDialogButtonBox::Cancel);
     confirm_ = buttons->addButton(QStringLiteral("Move to Trash"), QDialogButtonBox::AcceptRole);
+    confirm_->setObjectName(QStringLiteral("confirmTrash"));
     layout->addWidget(buttons);
-    // Moving to the Trash is never the default: Enter cancels until nothing is blocked.
+    // Moving to the Trash is never the default: Enter cancels.
     cancel_->setDefault(true);
     confirm_->setAutoDefault(false);
 
@@ -103,7 +123,7 @@ CleanupReviewDialog::CleanupReviewDialog(AppModel& app, const CleanupRequest& re
             accept();
     });
     updateConfirm();
-    resize(640, 480);
+    resize(680, blocked_ ? 600 : 520);
 }
 
 void CleanupReviewDialog::reject()
@@ -115,7 +135,8 @@ void CleanupReviewDialog::reject()
 
 void CleanupReviewDialog::updateConfirm()
 {
-    confirm_->setText(backup_->isChecked() ? QStringLiteral("Back up & Move to Trash…") : QStringLiteral("Move to Trash"));
+    // "&&": a single "&" would make the next letter a mnemonic and vanish from the label.
+    confirm_->setText(backup_->isChecked() ? QStringLiteral("Back up && Move to Trash…") : QStringLiteral("Move to Trash"));
     confirm_->setEnabled(!blocked_);
 }
 

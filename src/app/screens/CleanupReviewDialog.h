@@ -4,8 +4,8 @@
 
 class QCheckBox;
 class QLabel;
-class QListWidget;
 class QPushButton;
+class QTreeWidget;
 
 namespace tarnbridge::app {
 
@@ -22,6 +22,12 @@ public:
 
     QPushButton* confirmButton() const { return confirm_; }
     QPushButton* cancelButton() const { return cancel_; }
+    QTreeWidget* itemList() const { return items_; }
+    // Absent when nothing is blocked.
+    QTreeWidget* blockedList() const { return blockedList_; }
+    QCheckBox* backupToggle() const { return backup_; }
+    QCheckBox* snapshotToggle() const { return snapshot_; }
+    static QString title(const CleanupRequest& request);
     // Cancel, Esc or closing the window: the review is dropped.
     void reject() override;
 
@@ -29,6 +35,8 @@ private:
     void updateConfirm();
 
     AppModel& app_;
+    QTreeWidget* items_ = nullptr;
+    QTreeWidget* blockedList_ = nullptr;
     QCheckBox* backup_ = nullptr;
     QCheckBox* snapshot_ = nullptr;
     QPushButton* confirm_ = nullptr;

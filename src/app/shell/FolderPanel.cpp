@@ -11,7 +11,8 @@ std::optional<std::string> chooseFolderWithDialog(const FolderRequest& request, 
                        request.startFolder.isEmpty() ? QDir::homePath() : request.startFolder);
     dialog.setFileMode(QFileDialog::Directory);
     dialog.setOption(QFileDialog::ShowDirsOnly, true);
-    dialog.setLabelText(QFileDialog::Accept, request.prompt);
+    // A bare "&" in a button label is a mnemonic: "Back up & Move" must keep its ampersand.
+    dialog.setLabelText(QFileDialog::Accept, QString(request.prompt).replace(QLatin1Char('&'), QStringLiteral("&&")));
     if (!request.message.isEmpty())
         dialog.setLabelText(QFileDialog::LookIn, request.message);
     if (dialog.exec() != QDialog::Accepted || dialog.selectedFiles().isEmpty())

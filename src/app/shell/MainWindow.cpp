@@ -3,6 +3,7 @@
 #include <QCloseEvent>
 #include <QDragEnterEvent>
 #include <QDropEvent>
+#include <QFile>
 #include <QFileInfo>
 #include <QLineEdit>
 #include <QMessageBox>
@@ -19,9 +20,10 @@
 #include "app/model/Notices.h"
 #include "app/model/Preferences.h"
 #include "app/model/ScanSession.h"
+#include "app/model/SnapshotFlow.h"
 #include "app/screens/CleanupReviewDialog.h"
 #include "app/screens/ExploreScreen.h"
-#include "app/screens/PlaceholderScreen.h"
+#include "app/screens/InspectorPanel.h"
 #include "app/shell/Appearance.h"
 #include "app/shell/Footer.h"
 #include "app/shell/MainMenus.h"
@@ -31,6 +33,11 @@
 #include "app/shell/Sidebar.h"
 #include "app/shell/ToastCard.h"
 #include "app/shell/TopBar.h"
+#include "app/tools/ApplicationsScreen.h"
+#include "app/tools/CleanupScreen.h"
+#include "app/tools/DuplicatesScreen.h"
+#include "app/tools/MonitorScreen.h"
+#include "app/tools/SnapshotsScreen.h"
 
 // The bundled icons sit in the static library, which links its resources only when asked.
 static void loadResources() {
@@ -76,9 +83,11 @@ MainWindow::MainWindow(AppModel& app, QSettings* settings, QWidget* parent)
     splitter_->setObjectName(QStringLiteral("mainSplitter"));
     splitter_->addWidget(sidebar_);
     splitter_->addWidget(main);
+    inspector_ = new InspectorPanel(app_);
+    splitter_->addWidget(inspector_);
     splitter_->setStretchFactor(1, 1);
     splitter_->setChildrenCollapsible(false);
-    splitter_->setSizes({230, kDefaultSize.width() - 230});
+    splitter_->setSizes({230, kDefaultSize.width() - 230 - 300, 300});
 
     footer_ = new Footer(app_);
     auto* central = new QWidget;
@@ -108,6 +117,9 @@ MainWindow::MainWindow(AppModel& app, QSettings* settings, QWidget* parent)
         [this] { openSettings(); });
 
     connect(&app_, &AppModel::sectionChanged, this, &MainWindow::showSection);
+    connect(&app_.explore(), &ExploreState::displayChanged, this, &MainWindow::showInspector);
+    connect(&app_.session(), &ScanSession::scanChanged, this, &MainWindow::showInspector);
+    connect(&app_.session(), &ScanSession::progressChanged, this, &MainWindow::showInspector);
     connect(&app_.cleanup(), &CleanupFlow::changed, this, &MainWindow::showReview);
     connect(&app_.notices(), &Notices::errorChanged, this, &MainWindow::showError);
     connect(&app_.explore(), &ExploreState::displayChanged, this, &MainWindow::showIssues);
@@ -122,9 +134,21 @@ MainWindow::MainWindow(AppModel& app, QSettings* settings, QWidget* parent)
 MainWindow::~MainWindow() = default;
 
 QWidget* MainWindow::makeScreen(AppSection section) {
-    if (section == AppSection::explore)
+    switch (section) {
+    case AppSection::explore:
         return new ExploreScreen(app_);
-    return new PlaceholderScreen(section);
+    case AppSection::duplicates:
+        return new DuplicatesScreen(app_);
+    case AppSection::applications:
+        return new ApplicationsScreen(app_);
+    case AppSection::monitor:
+        return new MonitorScreen(app_);
+    case AppSection::snapshots:
+        return new SnapshotsScreen(app_);
+    case AppSection::cleanup:
+        break;
+    }
+    return new CleanupScreen(app_);
 }
 
 QWidget* MainWindow::currentScreen() const {
@@ -149,6 +173,12 @@ void MainWindow::showReview() {
 void MainWindow::showSection() {
     screens_->setCurrentWidget(screenOf_.at(app_.section()));
     toast_->raise();
+    showInspector();
+}
+
+void MainWindow::showInspector() {
+    inspector_->setVisible(app_.section() == AppSection::explore && app_.explore().showInspector() &&
+                           app_.session().scan() && !app_.scanning());
 }
 
 void MainWindow::showError() {
@@ -227,18 +257,35 @@ void MainWindow::closeEvent(QCloseEvent* event) {
     QMainWindow::closeEvent(event);
 }
 
+namespace {
+
+// The one local path a drop carries, as the bytes on disk; nothing for anything else.
+std::optional<std::string> droppedPath(const QMimeData& data) {
+    const auto urls = data.urls();
+    if (urls.size() != 1 || !urls.front().isLocalFile())
+        return std::nullopt;
+    return QFile::encodeName(urls.front().toLocalFile()).toStdString();
+}
+
+} // namespace
+
+// A folder dropped on the window is scanned; a file is opened as a saved scan.
 void MainWindow::dragEnterEvent(QDragEnterEvent* event) {
-    const auto urls = event->mimeData()->urls();
-    if (urls.size() == 1 && urls.front().isLocalFile() &&
-        QFileInfo(urls.front().toLocalFile()).isDir())
-        event->acceptProposedAction();
+    if (const auto path = droppedPath(*event->mimeData())) {
+        const QFileInfo info(QFile::decodeName(QByteArray::fromStdString(*path)));
+        if (info.isDir() || info.isFile())
+            event->acceptProposedAction();
+    }
 }
 
 void MainWindow::dropEvent(QDropEvent* event) {
-    const auto urls = event->mimeData()->urls();
-    if (urls.size() != 1 || !urls.front().isLocalFile())
+    const auto path = droppedPath(*event->mimeData());
+    if (!path)
         return;
-    app_.session().startScan(urls.front().toLocalFile().toStdString());
+    if (QFileInfo(QFile::decodeName(QByteArray::fromStdString(*path))).isDir())
+        app_.session().startScan(*path);
+    else
+        app_.snapshots().openScanFile(*path);
     event->acceptProposedAction();
 }
 

@@ -18,6 +18,7 @@ namespace tarnbridge::app {
 class AppModel;
 class CleanupReviewDialog;
 class Footer;
+class InspectorPanel;
 class MainMenus;
 class SettingsDialog;
 class Sidebar;
@@ -42,6 +43,7 @@ public:
     QDialog* issuesDialog() const { return issues_; }
     // The open cleanup review, if any.
     CleanupReviewDialog* reviewDialog() const;
+    InspectorPanel& inspector() { return *inspector_; }
     // The settings form, opened once and raised when asked again.
     SettingsDialog& openSettings();
 
@@ -61,6 +63,8 @@ private:
     void showReview();
     void showError();
     void showIssues();
+    // The inspector stands beside a finished scan in the explore section, when it is on.
+    void showInspector();
     void placeToast();
     void restoreLayout();
 
@@ -71,6 +75,7 @@ private:
     TopBar* topBar_ = nullptr;
     Footer* footer_ = nullptr;
     QSplitter* splitter_ = nullptr;
+    InspectorPanel* inspector_ = nullptr;
     QStackedWidget* screens_ = nullptr;
     std::map<AppSection, QWidget*> screenOf_;
     ToastCard* toast_ = nullptr;
