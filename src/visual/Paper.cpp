@@ -94,16 +94,19 @@ std::size_t folderIndex(std::string_view name)
     return std::size_t(djb2(name) % colors().size());
 }
 
+Adaptive color(FileCategory category)
+{
+    const auto& palette = colors();
+    const auto& all = FileCategory::allCases();
+    const auto position = std::size_t(std::find(all.begin(), all.end(), category) - all.begin());
+    return palette[position % palette.size()];
+}
+
 Adaptive color(std::string_view path, std::int64_t modified, ColorMode mode, std::string_view root, double now)
 {
     const auto& palette = colors();
     switch (mode) {
-    case ColorMode::type: {
-        const FileCategory category = FileCategory::classify(path);
-        const auto& all = FileCategory::allCases();
-        const auto position = std::size_t(std::find(all.begin(), all.end(), category) - all.begin());
-        return palette[position % palette.size()];
-    }
+    case ColorMode::type: return color(FileCategory::classify(path));
     case ColorMode::age: {
         const double days = (now - double(modified)) / 86400.0;
         if (days < 30)

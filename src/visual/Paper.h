@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "model/DiskNode.h"
+#include "query/FileCategory.h"
 
 namespace tarnbridge {
 
@@ -32,6 +33,9 @@ struct Adaptive {
 };
 
 const std::array<Adaptive, 9>& colors();
+
+// The colour of a file category: the charts' "by type" colours, also the type bars'.
+Adaptive color(FileCategory category);
 
 // The fixed table of well-known top-level folders, else djb2 of the name.
 std::size_t folderIndex(std::string_view name);

@@ -16,6 +16,8 @@
 
 #include "app/model/AppModel.h"
 #include "app/model/ExploreState.h"
+#include "app/model/FileTableState.h"
+#include "app/model/TopSizesState.h"
 #include "app/model/Notices.h"
 #include "app/model/Preferences.h"
 #include "app/model/ScanSession.h"
@@ -23,6 +25,10 @@
 #include "app/shell/SettingsDialog.h"
 #include "app/shell/ShellTexts.h"
 #include "scan/DiskScanner.h"
+
+#include "AgeMapScreens.h"
+#include "ExploreListScreens.h"
+#include "ToolScreens.h"
 
 using namespace tarnbridge;
 using namespace tarnbridge::app;
@@ -183,6 +189,22 @@ void shootTheme(AppModel& model, MainWindow& window, Shooter& shooter, ScanHold&
                       ShellTexts::storageViewName(view).remove(QLatin1Char(' ')).toLower() +
                       QLatin1Char('-') + theme);
     }
+    // The lists beside the charts: Top Sizes of the folder and of the scan's files, the table
+    // of the folder and of everything below it, and a filter that nothing passes.
+    model.explore().setStorageView(StorageView::topSizes);
+    shooter.shoot(QStringLiteral("explore-topsizes-") + theme);
+    model.topSizes().setScope(RankingScope::files);
+    shooter.shoot(QStringLiteral("explore-topsizes-files-") + theme);
+    model.topSizes().setScope(RankingScope::current);
+    model.explore().setStorageView(StorageView::table);
+    shooter.shoot(QStringLiteral("explore-table-") + theme);
+    model.table().setRecursive(true);
+    shooter.shoot(QStringLiteral("explore-table-everything-") + theme);
+    model.table().setRecursive(false);
+    model.explore().setFilter(QStringLiteral("no-such-name"));
+    shooter.shoot(QStringLiteral("explore-table-nomatch-") + theme);
+    model.explore().setFilter(QString());
+    model.explore().setStorageView(StorageView::treemap);
     // The toast card over the chart, as staging leaves it.
     model.notices().showToast(QStringLiteral("Added to Cleanup"), QStringLiteral("3 items"),
                               ToastAction::cleanup, QStringLiteral("Cleanup now"));
@@ -248,8 +270,17 @@ int main(int argc, char** argv) {
     shooter.shoot(QStringLiteral("welcome-dark"));
     for (bool dark : {false, true}) {
         model.preferences().setDark(dark);
-        shootTheme(model, window, shooter, hold, root,
-                   dark ? QStringLiteral("dark") : QStringLiteral("light"));
+        const QString theme = dark ? QStringLiteral("dark") : QStringLiteral("light");
+        shootTheme(model, window, shooter, hold, root, theme);
+        if (!screens::shootAgeMapScreens(model, home, root, theme,
+                                         [&](const QString& name, QWidget* widget) { shooter.shoot(name, widget); }))
+            shooter.fail("an age map screen did not reach its state");
+        if (!screens::shootToolScreens(model, window, home, root, theme,
+                                       [&](const QString& name, QWidget* widget) { shooter.shoot(name, widget); }))
+            shooter.fail("a tool screen did not reach its state");
+        if (!screens::shootExploreListScreens(model, home, root, theme,
+                                              [&](const QString& name, QWidget* widget) { shooter.shoot(name, widget); }))
+            shooter.fail("a folder grid or quick-win screen did not reach its state");
     }
     window.close();
     return shooter.failed() ? 1 : 0;

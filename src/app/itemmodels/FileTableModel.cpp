@@ -6,7 +6,6 @@
 #include "app/model/AppTypes.h"
 #include "app/model/FileTableState.h"
 #include "app/shell/ShellTexts.h"
-#include "query/FileCategory.h"
 
 namespace tarnbridge::app {
 
@@ -79,17 +78,6 @@ std::optional<DiskNode> FileTableModel::record(int row) const
     return node;
 }
 
-namespace {
-
-QString kindName(const DiskNode& node)
-{
-    if (node.isDirectory)
-        return QStringLiteral("Folder");
-    return QString::fromUtf8(FileCategory::classify(node.path).displayName());
-}
-
-} // namespace
-
 QVariant FileTableModel::data(const QModelIndex& index, int role) const
 {
     if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
@@ -102,7 +90,7 @@ QVariant FileTableModel::data(const QModelIndex& index, int role) const
     case Qt::DisplayRole:
         switch (column) {
         case name: return displayText(node->name());
-        case kind: return kindName(*node);
+        case kind: return state_.rowsScan() ? ShellTexts::kindName(*state_.rowsScan(), *node) : QString();
         case allocated: return ShellTexts::bytes(node->allocatedSize);
         case logical: return ShellTexts::bytes(node->logicalSize);
         case items: return node->isDirectory ? ShellTexts::number(node->fileCount + node->folderCount) : QString();

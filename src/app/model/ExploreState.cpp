@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <thread>
 
+#include "app/model/AgeMapState.h"
 #include "app/model/AppModel.h"
 #include "app/model/ScanSession.h"
 #include "model/Formatting.h"
@@ -23,6 +24,7 @@ ExploreState::ExploreState(AppModel& app)
                 folderTypeCache_.pop_back();
             Q_EMIT folderTypesChanged();
         });
+    ageMap_ = std::make_unique<AgeMapState>(app, *this);
 }
 
 ExploreState::~ExploreState() = default;

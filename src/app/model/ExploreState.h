@@ -18,6 +18,7 @@
 namespace tarnbridge::app {
 
 class AppModel;
+class AgeMapState;
 
 // What a query over the shown scan depends on; a value computed for another key is stale.
 struct ExplorerQueryKey {
@@ -98,6 +99,9 @@ public:
     // The per-folder type totals of the focus: the scan's own for its root, a cached result
     // for the 8 folders seen last, else computed in the background.
     void refreshFolderTypes();
+    // The age map's queries and selection.
+    AgeMapState& ageMap() { return *ageMap_; }
+    const AgeMapState& ageMap() const { return *ageMap_; }
 
     static constexpr std::size_t kFolderTypeCacheSize = 8;
 
@@ -130,6 +134,7 @@ private:
     std::vector<std::pair<std::string, std::shared_ptr<const FolderTypes>>> folderTypeCache_; // newest first
     std::unique_ptr<BackgroundQuery<std::string, TypeDistribution>> folderTypeQuery_;
     std::optional<QuickWinKind> activeQuickWin_;
+    std::unique_ptr<AgeMapState> ageMap_;
 };
 
 } // namespace tarnbridge::app

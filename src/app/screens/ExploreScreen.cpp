@@ -1,16 +1,17 @@
 #include "app/screens/ExploreScreen.h"
 
-#include <QLabel>
 #include <QVBoxLayout>
 
 #include "app/model/AppModel.h"
 #include "app/model/ExploreState.h"
 #include "app/model/ScanSession.h"
+#include "app/screens/AgeMapView.h"
 #include "app/screens/FileTableView.h"
+#include "app/screens/FolderGridView.h"
+#include "app/screens/QuickWinsView.h"
 #include "app/screens/ScanProgressView.h"
 #include "app/screens/TopSizesView.h"
 #include "app/screens/WelcomeView.h"
-#include "app/shell/ShellTexts.h"
 #include "app/views/FolderBar.h"
 #include "app/views/GraphView.h"
 
@@ -32,15 +33,11 @@ ExploreScreen::ExploreScreen(AppModel& app, QWidget* parent)
     graph_ = new GraphView(app_, views_);
     table_ = new FileTableView(app_, views_);
     topSizes_ = new TopSizesView(app_, views_);
-    // Views not in the window yet show their name rather than a chart that is not theirs.
-    pending_ = new QLabel;
-    pending_->setObjectName(QStringLiteral("viewPlaceholder"));
-    pending_->setAlignment(Qt::AlignCenter);
-    pending_->setForegroundRole(QPalette::PlaceholderText);
-    views_->addWidget(graph_);
-    views_->addWidget(table_);
-    views_->addWidget(topSizes_);
-    views_->addWidget(pending_);
+    folders_ = new FolderGridView(app_, views_);
+    ageMap_ = new AgeMapView(app_, views_);
+    quickWin_ = new QuickWinsView(app_, views_);
+    for (QWidget* view : {graph_, table_, topSizes_, folders_, ageMap_, quickWin_})
+        views_->addWidget(view);
     layout->addWidget(views_, 1);
     addWidget(welcome_);
     addWidget(progress_);
@@ -48,23 +45,25 @@ ExploreScreen::ExploreScreen(AppModel& app, QWidget* parent)
     connect(&app_.session(), &ScanSession::progressChanged, this, &ExploreScreen::showState);
     connect(&app_.session(), &ScanSession::scanChanged, this, &ExploreScreen::showState);
     connect(&app_.explore(), &ExploreState::displayChanged, this, &ExploreScreen::showView);
+    connect(&app_.explore(), &ExploreState::derivedChanged, this, &ExploreScreen::showView);
     showState();
     showView();
 }
 
+// A quick win chosen in the sidebar stands in for the view until it is closed.
 void ExploreScreen::showView() {
     const StorageView view = app_.explore().storageView();
-    const bool chart = view == StorageView::treemap || view == StorageView::sunburst ||
-                       view == StorageView::flame || view == StorageView::bubbles ||
-                       view == StorageView::mindMap;
-    pending_->setText(ShellTexts::storageViewName(view));
-    QWidget* shown = pending_;
-    if (chart)
-        shown = graph_;
+    QWidget* shown = graph_;
+    if (app_.explore().activeQuickWin())
+        shown = quickWin_;
     else if (view == StorageView::table)
         shown = table_;
     else if (view == StorageView::topSizes)
         shown = topSizes_;
+    else if (view == StorageView::folders)
+        shown = folders_;
+    else if (view == StorageView::ageMap)
+        shown = ageMap_;
     views_->setCurrentWidget(shown);
 }
 

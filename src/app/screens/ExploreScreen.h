@@ -2,8 +2,6 @@
 
 #include <QStackedWidget>
 
-class QLabel;
-
 namespace tarnbridge::app {
 
 class AppModel;
@@ -29,7 +27,9 @@ private:
     QWidget* graph_ = nullptr;
     QWidget* table_ = nullptr;
     QWidget* topSizes_ = nullptr;
-    QLabel* pending_ = nullptr;
+    QWidget* folders_ = nullptr;
+    QWidget* ageMap_ = nullptr;
+    QWidget* quickWin_ = nullptr;
 };
 
 } // namespace tarnbridge::app

@@ -24,7 +24,6 @@
 #include "app/screens/EmptyState.h"
 #include "app/shell/ShellTexts.h"
 #include "app/views/NodeActions.h"
-#include "query/FileCategory.h"
 
 namespace tarnbridge::app {
 
@@ -136,7 +135,8 @@ void TopSizesView::update()
     list_->clear();
     const bool empty = page && !state.isPending() && page->rows.empty();
     body_->setCurrentWidget(empty ? static_cast<QWidget*>(empty_) : list_);
-    if (!page)
+    const auto& scan = app_.session().scan();
+    if (!page || !scan)
         return;
     std::set<std::string> staged;
     for (const CleanupEntry& entry : app_.cleanup().queue())
@@ -158,7 +158,7 @@ void TopSizesView::update()
         item->setData(nameColumn, kPathRole, QByteArray::fromStdString(node.path));
         item->setToolTip(nameColumn, displayText(node.path));
         item->setText(kindColumn, node.isDirectory ? ShellTexts::number(node.fileCount) + QStringLiteral(" files")
-                                             : QString::fromUtf8(FileCategory::classify(node.path).displayName()));
+                                             : ShellTexts::kindName(*scan, node));
         item->setText(sizeColumn, ShellTexts::bytes(node.bytes(measure)));
         item->setTextAlignment(sizeColumn, Qt::AlignRight | Qt::AlignVCenter);
         item->setData(sizeColumn, kBarRole, double(node.bytes(measure)) / biggest);

@@ -1,4 +1,6 @@
 #include "app/shell/ShellTexts.h"
+#include "query/FileCategory.h"
+#include "query/ScanPresentation.h"
 
 #include <QLocale>
 
@@ -84,6 +86,13 @@ QString statusWord(const AppModel& app, bool inspectingApps) {
 
 QString bytes(std::int64_t value) {
     return QString::fromStdString(formattedBytes(value));
+}
+
+QString kindName(const ScanResult& scan, const DiskNode& node) {
+    if (const NodeId id = scan.isEmpty() ? kNoNode : scan.find(node.path); id != kNoNode)
+        return displayText(tarnbridge::kindName(scan.data(), id));
+    return node.isDirectory ? QStringLiteral("Folder")
+                            : QString::fromUtf8(FileCategory::classify(node.path).displayName());
 }
 
 QString number(std::int64_t value) {

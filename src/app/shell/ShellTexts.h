@@ -7,6 +7,7 @@
 #include <string>
 
 #include "app/model/AppTypes.h"
+#include "model/ScanResult.h"
 
 namespace tarnbridge::app {
 
@@ -23,6 +24,9 @@ QString storageViewName(StorageView view);
 // reading applications, else "Ready".
 QString statusWord(const AppModel& app, bool inspectingApps);
 QString bytes(std::int64_t value);
+// The record's kind as the table sorts it: "Folder", "Symbolic link", "Application", or the
+// file's category ("Video", "Document", …).
+QString kindName(const ScanResult& scan, const DiskNode& node);
 QString number(std::int64_t value);
 // The symbolic freedesktop icon `name` (else `alternative`, else `name` in full colour),
 // drawn in the palette's text colour.

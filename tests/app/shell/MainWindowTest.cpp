@@ -104,15 +104,19 @@ TEST(MainWindowTexts, EachStateShowsItsWords) {
     }
 }
 
-TEST(MainWindowTexts, SectionTitleAndPlaceholderFollowTheSidebar) {
+TEST(MainWindowTexts, SectionTitleAndScreenFollowTheSidebar) {
     ShellFixture f;
     auto* title = named<QLabel>(*f.window, "sectionTitle");
     ASSERT_NE(title, nullptr);
-    f.app().setSection(AppSection::snapshots);
-    EXPECT_EQ(title->text(), QStringLiteral("Snapshots"));
-    auto* placeholder = qobject_cast<QLabel*>(f.window->currentScreen());
-    ASSERT_NE(placeholder, nullptr);
-    EXPECT_EQ(placeholder->text(), QStringLiteral("Snapshots"));
+    const std::pair<AppSection, const char*> screens[] = {
+        {AppSection::duplicates, "duplicatesScreen"}, {AppSection::applications, "applicationsScreen"},
+        {AppSection::monitor, "monitorScreen"},       {AppSection::snapshots, "snapshotsScreen"},
+        {AppSection::cleanup, "cleanupScreen"}};
+    for (const auto& [section, screen] : screens) {
+        f.app().setSection(section);
+        EXPECT_EQ(title->text(), ShellTexts::sectionName(section));
+        EXPECT_EQ(f.window->currentScreen()->objectName(), QLatin1String(screen));
+    }
     f.app().setSection(AppSection::explore);
     EXPECT_EQ(title->text(), QStringLiteral("Explore"));
     EXPECT_EQ(f.window->currentScreen()->objectName(), QStringLiteral("exploreScreen"));
@@ -366,15 +370,19 @@ TEST(MainWindowMenus, StorageMenuOpensExploreInThatView) {
     EXPECT_EQ(f.app().explore().storageView(), app::StorageView::sunburst);
     EXPECT_TRUE(sunburst->isChecked());
 
-    // A list view not yet in the window names itself instead of showing a chart.
-    auto* pending = f.window->findChild<QLabel*>(QStringLiteral("viewPlaceholder"));
-    ASSERT_NE(pending, nullptr);
-    auto* views = qobject_cast<QStackedWidget*>(pending->parentWidget());
-    ASSERT_NE(views, nullptr);
-    EXPECT_NE(views->currentWidget(), pending);
-    f.app().explore().setStorageView(app::StorageView::table);
-    EXPECT_EQ(views->currentWidget(), pending);
-    EXPECT_EQ(pending->text(), QStringLiteral("Table"));
+    // Each list view stands in the content in place of the chart.
+    const std::pair<app::StorageView, const char*> lists[] = {{app::StorageView::table, "fileTable"},
+                                                              {app::StorageView::topSizes, "topSizes"},
+                                                              {app::StorageView::folders, "folderGrid"},
+                                                              {app::StorageView::ageMap, "ageMap"}};
+    for (const auto& [view, name] : lists) {
+        f.app().explore().setStorageView(view);
+        auto* shown = f.window->findChild<QWidget*>(QLatin1String(name));
+        ASSERT_NE(shown, nullptr) << name;
+        auto* views = qobject_cast<QStackedWidget*>(shown->parentWidget());
+        ASSERT_NE(views, nullptr) << name;
+        EXPECT_EQ(views->currentWidget(), shown) << name;
+    }
 }
 
 } // namespace
