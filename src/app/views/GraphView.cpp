@@ -222,17 +222,31 @@ void GraphView::startBuild() {
     runningKey_ = key;
     const QRectF rect(0, 0, width(), height());
     const std::string focus = input->root;
-    BackgroundJob::run<ScenePtr>(
+    const qreal ratio = devicePixelRatioF();
+    const bool labels = app_.explore().showLabels();
+    const bool darkPicture = dark();
+    BackgroundJob::run<Rendered>(
         app_.workPool(), this, flag,
-        [input = std::move(*input), rect](const CancellationFlag& cancellation) {
-            return std::make_shared<const GraphScene>(input.build(rect, &cancellation));
+        [input = std::move(*input), rect, ratio, labels, darkPicture](const CancellationFlag& cancellation) {
+            Rendered rendered{std::make_shared<const GraphScene>(input.build(rect, &cancellation)), {}, labels,
+                              darkPicture};
+            cancellation.check();
+            if (!rendered.scene->marks.empty()) {
+                rendered.picture = QImage((rect.size() * ratio).toSize(), QImage::Format_ARGB32_Premultiplied);
+                rendered.picture.setDevicePixelRatio(ratio);
+                rendered.picture.fill(Paper::theme(darkPicture).background);
+                QPainter painter(&rendered.picture);
+                paintScene(painter, *rendered.scene, labels);
+            }
+            return rendered;
         },
-        [this, flag, key, focus](JobOutcome<ScenePtr> outcome) {
+        [this, flag, key, focus](JobOutcome<Rendered> outcome) {
             if (flag->isCancelled() || running_ != flag || !outcome.value)
                 return;
             running_.reset();
             runningKey_.clear();
-            Built built{key, focus, std::move(*outcome.value)};
+            Built built{key, focus, outcome.value->scene};
+            keepPicture(std::move(*outcome.value));
             if (!key.starts_with("live:")) {
                 recent_.push_back(built);
                 while (recent_.size() > kRecentScenes)
@@ -242,6 +256,19 @@ void GraphView::startBuild() {
             // The state may have moved on while this one was built.
             scheduleBuild();
         });
+}
+
+// A picture painted on the worker joins the kept ones; ensurePicture checks that it still
+// fits the widget and the appearance before using it.
+void GraphView::keepPicture(Rendered rendered) {
+    if (rendered.picture.isNull())
+        return;
+    std::erase_if(pictures_, [&](const Picture& picture) { return picture.scene == rendered.scene->id; });
+    pictures_.push_back(
+        Picture{rendered.scene->id, rendered.labels, rendered.dark, QPixmap::fromImage(std::move(rendered.picture))});
+    ++pictureBuilds_;
+    while (pictures_.size() > kRecentScenes)
+        pictures_.pop_front();
 }
 
 void GraphView::showScene(Built built) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QImage>
 #include <QPixmap>
 #include <QPointer>
 #include <QTimer>
@@ -74,11 +75,20 @@ private:
         std::string focus; // the folder at the centre
         ScenePtr scene;
     };
+    // A scene with its marks already painted on the worker, so that the GUI thread only copies
+    // pixels: painting a big scene can take longer than a frame.
+    struct Rendered {
+        ScenePtr scene;
+        QImage picture;
+        bool labels = false;
+        bool dark = false;
+    };
 
     // Scene lifecycle.
     void scheduleBuild();
     void startBuild();
     void showScene(Built built);
+    void keepPicture(Rendered rendered);
     void startFade();
     std::optional<GraphLayoutInput> layoutInput() const;
     const ScanResult* shownScan() const;
