@@ -202,27 +202,9 @@ void SnapshotFlow::compareSavedSnapshots(const SnapshotRecord& record)
 
 void SnapshotFlow::openSnapshot(const SnapshotRecord& record)
 {
-    const auto token = beginSnapshot(QStringLiteral("Opening saved scan…"));
-    if (!token)
-        return;
-    // The duplicate report belongs to the scan that is about to be replaced.
-    app_.duplicates().resetForScan(false);
-    launch<OpenedScan>(
-        *token,
-        [record](const SnapshotStore& store, const CancellationFlag& flag) {
-            ScanResult scan = store.load(record);
-            flag.check();
-            ScanPresentation presentation = ScanPresentation::make(scan, &flag);
-            flag.check();
-            return OpenedScan{std::move(scan), std::move(presentation)};
-        },
-        [this](OpenedScan opened) {
-            const std::string root = opened.scan.rootPath();
-            app_.session().installScan(std::move(opened.scan), std::move(opened.presentation), root, true);
-            app_.setSection(AppSection::explore);
-            app_.explore().setActiveQuickWin(std::nullopt);
-            app_.notices().setNotice(QStringLiteral("Viewing a saved snapshot. Rescan before staging cleanup."));
-        });
+    openSaved(QStringLiteral("Opening saved scan…"),
+              QStringLiteral("Viewing a saved snapshot. Rescan before staging cleanup."),
+              [record](const SnapshotStore& store) { return store.load(record); });
 }
 
 void SnapshotFlow::openScanFile(std::optional<std::string> path)
@@ -236,25 +218,35 @@ void SnapshotFlow::openScanFile(std::optional<std::string> path)
     }
     if (!path)
         return;
-    const auto token = beginSnapshot(QStringLiteral("Opening scan file…"));
+    openSaved(QStringLiteral("Opening scan file…"),
+              QStringLiteral("Viewing a saved scan file. Rescan before staging cleanup."),
+              [file = *path](const SnapshotStore&) { return ScanFile::open(file); });
+}
+
+// Loads a scan on the worker and shows it as a saved one: explored and compared, never staged.
+void SnapshotFlow::openSaved(const QString& status, const QString& notice,
+                             std::function<ScanResult(const SnapshotStore&)> load)
+{
+    const auto token = beginSnapshot(status);
     if (!token)
         return;
+    // The duplicate report belongs to the scan that is about to be replaced.
     app_.duplicates().resetForScan(false);
     launch<OpenedScan>(
         *token,
-        [file = *path](const SnapshotStore&, const CancellationFlag& flag) {
-            ScanResult scan = ScanFile::open(file);
+        [load = std::move(load)](const SnapshotStore& store, const CancellationFlag& flag) {
+            ScanResult scan = load(store);
             flag.check();
             ScanPresentation presentation = ScanPresentation::make(scan, &flag);
             flag.check();
             return OpenedScan{std::move(scan), std::move(presentation)};
         },
-        [this](OpenedScan opened) {
+        [this, notice](OpenedScan opened) {
             const std::string root = opened.scan.rootPath();
             app_.session().installScan(std::move(opened.scan), std::move(opened.presentation), root, true);
             app_.setSection(AppSection::explore);
             app_.explore().setActiveQuickWin(std::nullopt);
-            app_.notices().setNotice(QStringLiteral("Viewing a saved scan file. Rescan before staging cleanup."));
+            app_.notices().setNotice(notice);
         });
 }
 

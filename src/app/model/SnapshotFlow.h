@@ -94,6 +94,8 @@ private:
     // Runs `work` off the GUI thread and applies its value only while `token` is current.
     template <class T>
     void launch(const QUuid& token, Work<T> work, Apply<T> apply);
+    void openSaved(const QString& status, const QString& notice,
+                   std::function<ScanResult(const SnapshotStore&)> load);
     void fail(const QString& message);
     void setComparison(std::vector<SnapshotChange> changes, QString title, std::string root);
 
