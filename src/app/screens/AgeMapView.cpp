@@ -26,6 +26,7 @@
 #include "app/model/ScanSession.h"
 #include "app/screens/AgeHeatMap.h"
 #include "app/shell/ShellTexts.h"
+#include "app/tools/ToolWidgets.h"
 #include "app/views/NodeActions.h"
 
 namespace tarnbridge::app {
@@ -34,23 +35,6 @@ namespace {
 
 constexpr int kPathRole = Qt::UserRole + 1;
 constexpr int kStagedColumn = 3;
-
-QLabel* heading(const QString& text)
-{
-    auto* label = new QLabel(text);
-    QFont font = label->font();
-    font.setBold(true);
-    label->setFont(font);
-    return label;
-}
-
-QLabel* quiet(const QString& text)
-{
-    auto* label = new QLabel(text);
-    label->setWordWrap(true);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    return label;
-}
 
 // One age class: its title, a bar as long as its share of the largest class, and its bytes.
 class AgeBar : public QAbstractButton {
@@ -185,7 +169,7 @@ AgeMapView::AgeMapView(AppModel& app, QWidget* parent) : QWidget(parent), app_(a
     layout->setSpacing(8);
 
     auto* top = new QHBoxLayout;
-    auto* question = heading(QStringLiteral("How old are these bytes?"));
+    auto* question = ToolWidgets::heading(QStringLiteral("How old are these bytes?"));
     QFont large = question->font();
     large.setPointSizeF(large.pointSizeF() * 1.25);
     question->setFont(large);
@@ -196,7 +180,7 @@ AgeMapView::AgeMapView(AppModel& app, QWidget* parent) : QWidget(parent), app_(a
     top->addWidget(busy_);
     layout->addLayout(top);
 
-    preparing_ = quiet(QStringLiteral("Preparing age map…"));
+    preparing_ = ToolWidgets::note(QStringLiteral("Preparing age map…"));
     preparing_->setAlignment(Qt::AlignCenter);
     layout->addWidget(preparing_, 1);
     summary_ = makeSummary();
@@ -222,7 +206,7 @@ QWidget* AgeMapView::makeSummary()
 
     auto* barsColumn = new QVBoxLayout;
     barsColumn->setSpacing(2);
-    barsColumn->addWidget(heading(QStringLiteral("By age")));
+    barsColumn->addWidget(ToolWidgets::heading(QStringLiteral("By age")));
     AgeMapState& state = app_.explore().ageMap();
     for (AgeRange range : allAgeRanges()) {
         auto* bar = new AgeBar(range);
@@ -236,7 +220,7 @@ QWidget* AgeMapView::makeSummary()
 
     auto* heatColumn = new QVBoxLayout;
     heatColumn->setSpacing(6);
-    heatColumn->addWidget(heading(QStringLiteral("Bytes by last-modified month")));
+    heatColumn->addWidget(ToolWidgets::heading(QStringLiteral("Bytes by last-modified month")));
     heatMap_ = new AgeHeatMap;
     connect(heatMap_, &AgeHeatMap::monthClicked, &state, &AgeMapState::selectMonth);
     // A long history scrolls inside its own box rather than pushing the list away.
@@ -253,15 +237,15 @@ QWidget* AgeMapView::makeSummary()
     scroll->setMaximumHeight(8 * (AgeHeatMap::kCell + AgeHeatMap::kGap) + fontMetrics().height() + 8);
     scroll->setMinimumWidth(heatMap_->sizeHint().width() + 16);
     heatColumn->addWidget(scroll);
-    heatEmpty_ = quiet(QStringLiteral("No timestamps to plot here."));
+    heatEmpty_ = ToolWidgets::note(QStringLiteral("No timestamps to plot here."));
     heatColumn->addWidget(heatEmpty_);
     legend_ = new QWidget;
     auto* legend = new QHBoxLayout(legend_);
     legend->setContentsMargins(0, 0, 0, 0);
-    legend->addWidget(quiet(QStringLiteral("less")));
+    legend->addWidget(ToolWidgets::note(QStringLiteral("less")));
     swatches_ = new HeatSwatches;
     legend->addWidget(swatches_);
-    legend->addWidget(quiet(QStringLiteral("more")));
+    legend->addWidget(ToolWidgets::note(QStringLiteral("more")));
     legend->addStretch(1);
     heatColumn->addWidget(legend_);
     busiest_ = new QLabel;
@@ -291,9 +275,9 @@ QWidget* AgeMapView::makeListing()
     headColumn->setContentsMargins(0, 0, 0, 0);
     headColumn->setSpacing(6);
     auto* head = new QHBoxLayout;
-    listTitle_ = heading(QString());
+    listTitle_ = ToolWidgets::heading(QString());
     listTitle_->setObjectName(QStringLiteral("ageListTitle"));
-    listSubtitle_ = quiet(QString());
+    listSubtitle_ = ToolWidgets::note(QString());
     listSubtitle_->setWordWrap(false);
     head->addWidget(listTitle_);
     head->addWidget(listSubtitle_);
@@ -304,13 +288,13 @@ QWidget* AgeMapView::makeListing()
     stage_ = new QPushButton(ShellTexts::icon("list-add"), QString());
     stage_->setObjectName(QStringLiteral("ageStage"));
     connect(stage_, &QPushButton::clicked, &app_.explore().ageMap(), &AgeMapState::stageListing);
-    saved_ = quiet(QStringLiteral("Rescan to stage files from a saved scan."));
+    saved_ = ToolWidgets::note(QStringLiteral("Rescan to stage files from a saved scan."));
     saved_->setWordWrap(false);
     head->addWidget(clear_);
     head->addWidget(stage_);
     head->addWidget(saved_);
     headColumn->addLayout(head);
-    listHeader_ = quiet(QString());
+    listHeader_ = ToolWidgets::note(QString());
     listHeader_->setObjectName(QStringLiteral("ageListHeader"));
     headColumn->addWidget(listHeader_);
     column->addWidget(headBox);
@@ -331,7 +315,7 @@ QWidget* AgeMapView::makeListing()
     connect(list_, &QWidget::customContextMenuRequested, this, &AgeMapView::openMenu);
     connect(list_, &QTreeWidget::itemActivated, this, &AgeMapView::openRow);
     column->addWidget(list_, 1);
-    listEmpty_ = quiet(QString());
+    listEmpty_ = ToolWidgets::note(QString());
     listEmpty_->setObjectName(QStringLiteral("ageListEmpty"));
     listEmpty_->setAlignment(Qt::AlignCenter);
     column->addWidget(listEmpty_, 1);

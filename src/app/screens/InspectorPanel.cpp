@@ -15,6 +15,7 @@
 #include "app/model/ExploreState.h"
 #include "app/model/ScanSession.h"
 #include "app/shell/ShellTexts.h"
+#include "app/tools/ToolWidgets.h"
 #include "app/views/NodeActions.h"
 
 namespace tarnbridge::app {
@@ -22,23 +23,6 @@ namespace tarnbridge::app {
 namespace {
 
 constexpr int kPathRole = Qt::UserRole + 1;
-
-QLabel* heading(const QString& text)
-{
-    auto* label = new QLabel(text);
-    QFont font = label->font();
-    font.setBold(true);
-    label->setFont(font);
-    return label;
-}
-
-QLabel* paragraph(const QString& text)
-{
-    auto* label = new QLabel(text);
-    label->setWordWrap(true);
-    label->setForegroundRole(QPalette::PlaceholderText);
-    return label;
-}
 
 QString date(std::int64_t seconds)
 {
@@ -60,17 +44,17 @@ InspectorPanel::InspectorPanel(AppModel& app, QWidget* parent) : QWidget(parent)
     auto* content = new QWidget;
     auto* layout = new QVBoxLayout(content);
     layout->setContentsMargins(12, 12, 12, 12);
-    empty_ = paragraph(QStringLiteral("Select an item to see its details."));
+    empty_ = ToolWidgets::note(QStringLiteral("Select an item to see its details."));
     layout->addWidget(empty_);
 
     body_ = new QWidget;
     auto* body = new QVBoxLayout(body_);
     body->setContentsMargins(0, 0, 0, 0);
-    title_ = heading(QString());
+    title_ = ToolWidgets::heading(QString());
     title_->setObjectName(QStringLiteral("inspectorTitle"));
     title_->setWordWrap(true);
     title_->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    path_ = paragraph(QString());
+    path_ = ToolWidgets::note(QString());
     path_->setTextInteractionFlags(Qt::TextSelectableByMouse);
     chips_ = new QLabel;
     chips_->setObjectName(QStringLiteral("inspectorChips"));
@@ -110,13 +94,13 @@ InspectorPanel::InspectorPanel(AppModel& app, QWidget* parent) : QWidget(parent)
     body->addSpacing(6);
     body->addLayout(details_);
 
-    largestTitle_ = heading(QStringLiteral("Largest inside"));
+    largestTitle_ = ToolWidgets::heading(QStringLiteral("Largest inside"));
     largest_ = new QListWidget;
     largest_->setObjectName(QStringLiteral("inspectorLargest"));
     largest_->setFrameShape(QFrame::NoFrame);
     largest_->setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     largest_->setSizeAdjustPolicy(QAbstractScrollArea::AdjustToContents);
-    largestEmpty_ = paragraph(QStringLiteral("No readable items inside."));
+    largestEmpty_ = ToolWidgets::note(QStringLiteral("No readable items inside."));
     connect(largest_, &QListWidget::itemActivated, this, &InspectorPanel::openLargest);
     body->addSpacing(6);
     body->addWidget(largestTitle_);
@@ -124,8 +108,8 @@ InspectorPanel::InspectorPanel(AppModel& app, QWidget* parent) : QWidget(parent)
     body->addWidget(largestEmpty_);
 
     body->addSpacing(6);
-    body->addWidget(heading(QStringLiteral("About these sizes")));
-    body->addWidget(paragraph(QStringLiteral(
+    body->addWidget(ToolWidgets::heading(QStringLiteral("About these sizes")));
+    body->addWidget(ToolWidgets::note(QStringLiteral(
         "Hard links count once. Compression savings cover files compressed by the file system. Sparse files "
         "and shared blocks (reflinks, snapshots) can affect reclaimed space.")));
     body->addStretch(1);
